@@ -1,0 +1,33 @@
+// Internal pieces of the alignment subsystem shared between its sources.
+#ifndef VIDEOHDR_ALIGN_INTERNAL_H
+#define VIDEOHDR_ALIGN_INTERNAL_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "../videohdr.h"
+
+namespace videohdr {
+
+// Bytes allocated past the workspace's last region so that vector loads that
+// run past it (the gradient sums over the blend buffer) stay inside the block.
+constexpr size_t kWorkspaceSlack = 64;
+
+// Writes `curFrame` (luma w x h, chroma at w * h with h / 2 rows of pitch w)
+// into `outFrame` and lays the previous frame moved by (dx, dy) over it: out
+// pixel (x, y) = prev pixel (x + dx, y + dy) wherever that lies in the frame.
+void writeAlignedFrame(int32_t w, int32_t h, int32_t dx, int32_t dy, const uint8_t *prevFrame,
+                       const uint8_t *curFrame, uint8_t *outFrame);
+
+// Filters a found shift against the one applied to the previous frame pair:
+// it may start from rest by at most 4, may not reverse, and may not turn from
+// one pure axis to the other.
+void filterShift(int32_t foundDx, int32_t foundDy, int32_t lastDx, int32_t lastDy, int32_t *dx,
+                 int32_t *dy);
+
+// Sets every level's shift to (0, 0).
+void storeZeroShift(AlignContext *ctx);
+
+}  // namespace videohdr
+
+#endif  // VIDEOHDR_ALIGN_INTERNAL_H

@@ -1,0 +1,231 @@
+// Alignment parameters, the alignment context and its single workspace, the
+// alignment driver, and the release of the alignment state.
+#include <cstdlib>
+#include <cstring>
+
+#include "../hdr_log.h"
+#include "../videohdr.h"
+#include "align_internal.h"
+
+namespace {
+
+// The failure lines name this source and fixed line numbers; camera teams
+// grep their logs for them, so both stay exactly as they have always been.
+constexpr const char *kSourceName = "jni/alignment_op/tarn_hdr_mtbalign";
+constexpr int kAllocFailedLine = 75;
+constexpr int kNullHandleLine = 88;
+constexpr int kNoContextLine = 95;
+
+constexpr int32_t kDefaultLevels = 4;
+constexpr int32_t kDefaultSearchStep = 2;
+constexpr int32_t kDefaultMaxThreshold = 240;
+constexpr int32_t kDefaultMinThreshold = 10;
+
+// The fixed head of the workspace: 212 free bytes, the five-float history,
+// five per-level int arrays for four levels, three 1,024-byte tables and the
+// 1,028-byte mapping table.
+constexpr uint32_t kHeadFreeBytes = 212;
+constexpr uint32_t kHistoryBytes = 20;
+constexpr uint32_t kFixedBytes = 4412;
+constexpr uint32_t kHistTableBytes = 1024;
+constexpr uint32_t kMapTableBytes = 1028;
+
+// Copies the parameter record into the context (the record's 16-bit width and
+// height are what the context keeps).
+void copyConfigIntoContext(AlignContext *ctx, const AlignConfig *cfg) {
+  ctx->height = cfg->height;
+  ctx->width = cfg->width;
+  ctx->stride = cfg->stride;
+  ctx->levels = cfg->levels;
+  ctx->searchStep = cfg->searchStep;
+  ctx->maxThreshold = cfg->maxThreshold;
+  ctx->minThreshold = cfg->minThreshold;
+}
+
+// Allocates and clears the workspace; logs and answers false on failure.
+bool allocateWorkspace(AlignContext *ctx) {
+  std::free(ctx->workBuf);
+  calCpuDataAlignMem(ctx, &ctx->workSize);
+  // The slack past workSize keeps the vector kernels' reads past the last
+  // region (the blend buffer's gradient sums) inside the allocation.
+  size_t bytes = size_t{ctx->workSize} + videohdr::kWorkspaceSlack;
+  ctx->workBuf = static_cast<uint8_t *>(std::malloc(bytes));
+  if (!ctx->workBuf) {
+    __android_log_print(ANDROID_LOG_INFO, videohdr::kLogTag,
+                        "align malloc failed in line number: %d functon: %s file: %s",
+                        kAllocFailedLine, "allocAlignCPUMem", kSourceName);
+    return false;
+  }
+  std::memset(ctx->workBuf, 0, bytes);
+  return true;
+}
+
+template <typename T>
+T *carve(uint8_t *base, uint32_t &offset, uint32_t bytes) {
+  T *p = reinterpret_cast<T *>(base + offset);
+  offset += bytes;
+  return p;
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t initAlignPara(AlignConfig *config, uint16_t width, uint16_t height, int32_t stride,
+                      int32_t levels, int32_t searchStep, int32_t maxThreshold,
+                      int32_t minThreshold) {
+  if (levels > 4) levels = 4;
+  if (levels < 0) levels = 0;
+  config->width = width;
+  config->height = height;
+  config->stride = stride;
+  config->levels = levels;
+  config->searchStep = searchStep;
+  config->maxThreshold = maxThreshold;
+  config->minThreshold = minThreshold;
+  return 1;
+}
+
+// workSize = 4412 + 17P + (3P >> 1) + W (192 + 192 h), P = w h, W = (w + 63) >> 5,
+// in 32-bit unsigned arithmetic (the halving is a logical shift).
+int32_t calCpuDataAlignMem(AlignContext *context, uint32_t *size) {
+  uint32_t w = static_cast<uint32_t>(context->width);
+  uint32_t h = static_cast<uint32_t>(context->height);
+  uint32_t P = w * h;
+  uint32_t W = static_cast<uint32_t>(context->width + 63) >> 5;
+  *size = kFixedBytes + 17u * P + ((3u * P) >> 1) + W * (192u + 192u * h);
+  return 1;
+}
+
+int32_t allocAlignCPUMem(VideoHdrHandle *handle) {
+  AlignContext *ctx = handle->alignContext;
+  copyConfigIntoContext(ctx, handle->alignConfig);
+  return allocateWorkspace(ctx) ? 1 : 0;
+}
+
+int32_t AllocAlignHandleParams(VideoHdrHandle *handle) {
+  // Zero-filled records: lastDx, lastDy and lastCount start at 0.
+  auto *ctx = static_cast<AlignContext *>(std::calloc(1, sizeof(AlignContext)));
+  auto *cfg = static_cast<AlignConfig *>(std::calloc(1, sizeof(AlignConfig)));
+  if (!ctx || !cfg) {
+    // Without the records later frames skip alignment (see AlignProcess).
+    std::free(ctx);
+    std::free(cfg);
+    handle->alignContext = nullptr;
+    handle->alignConfig = nullptr;
+    return 1;
+  }
+  handle->alignContext = ctx;
+  handle->alignConfig = cfg;
+  initAlignPara(cfg, static_cast<uint16_t>(handle->width), static_cast<uint16_t>(handle->height),
+                handle->stride, kDefaultLevels, kDefaultSearchStep, kDefaultMaxThreshold,
+                kDefaultMinThreshold);
+  copyConfigIntoContext(ctx, cfg);
+  allocateWorkspace(ctx);
+  ctx->ready = 1;
+  return 1;
+}
+
+void InitPara(AlignContext *context, const uint8_t *prevFrame, const uint8_t *curFrame) {
+  AlignContext *c = context;
+  const int32_t L = c->levels;
+  const int32_t w = c->width;
+  const int32_t h = c->height;
+  const uint32_t P = static_cast<uint32_t>(w) * static_cast<uint32_t>(h);
+  const uint32_t W = static_cast<uint32_t>(w + 63) >> 5;
+  const uint32_t bitmapRegion = 16u * W * static_cast<uint32_t>(h + 1);
+  const uint32_t levelArray = 4u * static_cast<uint32_t>(L);
+  uint8_t *base = c->workBuf;
+
+  uint32_t off = kHeadFreeBytes;
+  c->countHistory = carve<float>(base, off, kHistoryBytes);
+  c->levelWidth = carve<int32_t>(base, off, levelArray);
+  c->levelHeight = carve<int32_t>(base, off, levelArray);
+  c->levelPitch = carve<int32_t>(base, off, levelArray);
+  c->levelDx = carve<int32_t>(base, off, levelArray);
+  c->levelDy = carve<int32_t>(base, off, levelArray);
+  for (int32_t l = 0; l < L; ++l) c->prevImage[l] = carve<uint8_t>(base, off, P);
+  for (int32_t l = 0; l < L; ++l) c->curImage[l] = carve<uint8_t>(base, off, P);
+  for (int32_t l = 0; l < L; ++l) c->spareImage[l] = carve<uint8_t>(base, off, P);
+  for (int32_t l = 0; l < L; ++l) c->prevBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
+  for (int32_t l = 0; l < L; ++l) c->curBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
+  for (int32_t l = 0; l < L; ++l) c->movedBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
+  c->histTable0 = carve<uint32_t>(base, off, kHistTableBytes);
+  c->histTable1 = carve<uint32_t>(base, off, kHistTableBytes);
+  c->histTable2 = carve<uint32_t>(base, off, kHistTableBytes);
+  c->histTable3 = carve<uint32_t>(base, off, kMapTableBytes);
+  c->scratchPlane0 = carve<uint8_t>(base, off, P);
+  c->scratchPlane1 = carve<uint8_t>(base, off, P);
+  c->scratchPlane2 = carve<uint8_t>(base, off, P);
+  c->scratchPlane3 = carve<uint8_t>(base, off, P);
+  c->scratchPlane4 = carve<uint8_t>(base, off, (3u * P) >> 1);
+  c->scratchPlane5 = carve<uint8_t>(base, off, P);
+
+  for (int32_t l = 0; l < L; ++l) {
+    c->levelWidth[l] = w >> l;
+    c->levelHeight[l] = h >> l;
+    c->levelPitch[l] = (((w >> l) + 63) >> 5) * 4;
+  }
+  std::memcpy(c->prevImage[0], prevFrame, P);
+  std::memcpy(c->curImage[0], curFrame, P);
+}
+
+int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,
+                     uint8_t *outFrame, int32_t /*frameCount*/) {
+  AlignContext *ctx = handle->alignContext;
+  if (!ctx || !ctx->workBuf || ctx->width < 1 || ctx->height < 1 || ctx->levels < 1) {
+    // Nothing to search with: the previous frame goes out unmoved.
+    const int32_t w = ctx ? ctx->width : handle->width;
+    const int32_t h = ctx ? ctx->height : handle->height;
+    videohdr::writeAlignedFrame(w, h, 0, 0, prevFrame, curFrame, outFrame);
+    return 0;
+  }
+  InitPara(ctx, prevFrame, curFrame);
+  const int32_t brighterPrev = 0;
+  videohdr::storeZeroShift(ctx);
+  getScanData(ctx, prevFrame, curFrame, outFrame);
+  return brighterPrev;
+}
+
+int32_t freeMem(VideoHdrHandle *handle) {
+  if (!handle) {
+    __android_log_print(ANDROID_LOG_INFO, videohdr::kLogTag,
+                        "videohdr handle free failed in line number : %d functon : %s file : %s",
+                        kNullHandleLine, "freeMem", kSourceName);
+    return 0;
+  }
+  AlignContext *ctx = handle->alignContext;
+  if (!ctx) {
+    __android_log_print(ANDROID_LOG_INFO, videohdr::kLogTag,
+                        "align_para free failed in line number : %d functon : %s file : %s",
+                        kNoContextLine, "freeMem", kSourceName);
+    return 0;
+  }
+  if (ctx->workBuf) {
+    std::free(ctx->workBuf);
+    ctx->workBuf = nullptr;
+  }
+  std::free(handle->alignConfig);
+  handle->alignConfig = nullptr;
+  std::free(ctx);
+  handle->alignContext = nullptr;
+  return 1;
+}
+
+int32_t ReleaseAlignHandleParams(VideoHdrHandle *handle) {
+  freeMem(handle);
+  return 1;
+}
+
+}  // extern "C"
+
+namespace videohdr {
+
+void storeZeroShift(AlignContext *ctx) {
+  for (int32_t l = 0; l < ctx->levels; ++l) {
+    ctx->levelDx[l] = 0;
+    ctx->levelDy[l] = 0;
+  }
+}
+
+}  // namespace videohdr

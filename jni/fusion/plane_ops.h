@@ -1,0 +1,50 @@
+// Internal variants of the exported byte-plane operations. Each exists as a
+// portable reference and, where the build has NEON (natively or through
+// SIMDe), a NEON version with the same signature and the same bytes in every
+// plane it fills. The exported calls pick one; the fusion kernel and the
+// differential tests use them directly.
+#ifndef VIDEOHDR_FUSION_PLANE_OPS_H
+#define VIDEOHDR_FUSION_PLANE_OPS_H
+
+#include <cstdint>
+
+#include "../simd.h"
+
+namespace videohdr {
+
+// The two 7-tap kernels: Tent is 1 2 3 4 3 2 1 >> 4, Smooth is 4 4 5 6 5 4 4 >> 5.
+enum class Filter7 { Tent, Smooth };
+
+void filterRows7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                         int32_t border, Filter7 kernel);
+void filterColumns7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                            int32_t border, Filter7 kernel);
+// Point-sampling halving (even rows, even columns), destination pitch width >> 1.
+void downScale2xPortable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                         int32_t stride);
+// Nearest-neighbour doubling, destination pitch 2 * stride.
+void upscale2xReplicatePortable(const uint8_t *src, uint8_t *dst, int32_t width,
+                                int32_t height, int32_t stride);
+void extractUvPortable(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
+                       int32_t height, int32_t stride);
+void combineUvPortable(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
+                       int32_t height);
+
+#if VIDEOHDR_HAVE_NEON
+void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                     int32_t border, Filter7 kernel);
+void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                        int32_t border, Filter7 kernel);
+void downScale2xNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                     int32_t stride);
+void upscale2xReplicateNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                            int32_t stride);
+void extractUvNeon(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
+                   int32_t height, int32_t stride);
+void combineUvNeon(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
+                   int32_t height);
+#endif
+
+}  // namespace videohdr
+
+#endif  // VIDEOHDR_FUSION_PLANE_OPS_H

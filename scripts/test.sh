@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Installs what the tests need (Debian), then builds and runs every test suite
+# in each configuration: x86-64 host, ARMv7-A NEON and AArch64 under qemu, and
+# a host build with AddressSanitizer + UndefinedBehaviorSanitizer.
+# Usage: scripts/test.sh [host|armv7|aarch64|asan ...]   (default: all)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+packages=(cmake ninja-build g++ googletest libgtest-dev libbenchmark-dev libsimde-dev
+          g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
+          libjpeg-dev libpng-dev libyuv-dev libcli11-dev)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
+done
+if ((${#missing[@]})); then
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  $sudo apt-get update -q
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi
+
+jobs=$(nproc)
+configs=("$@")
+((${#configs[@]})) || configs=(host armv7 aarch64 asan)
+
+run_config() {
+  local name=$1
+  shift
+  echo "=== ${name} ==="
+  cmake -S . -B "build/${name}" -G Ninja "$@" >/dev/null
+  cmake --build "build/${name}" -j "${jobs}"
+  ctest --test-dir "build/${name}" --output-on-failure -j "${jobs}"
+}
+
+for c in "${configs[@]}"; do
+  case "$c" in
+    host) run_config host -DCMAKE_BUILD_TYPE=Release ;;
+    armv7) run_config armv7 -DCMAKE_BUILD_TYPE=Release \
+             -DCMAKE_TOOLCHAIN_FILE=cmake/armv7-linux-gnueabihf.cmake -DVIDEOHDR_BUILD_TOOLS=OFF ;;
+    aarch64) run_config aarch64 -DCMAKE_BUILD_TYPE=Release \
+               -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DVIDEOHDR_BUILD_TOOLS=OFF ;;
+    asan) ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+            run_config asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVIDEOHDR_SANITIZE=ON ;;
+    *) echo "unknown configuration: $c" >&2; exit 2 ;;
+  esac
+done
+echo "all configurations passed: ${configs[*]}"
