@@ -56,6 +56,13 @@ const std::vector<KernelCase> &kernelCases() {
                       f.handle()->frameCount);
        }},
       {"InitPara", [](Fixture &f) { InitPara(f.align(), f.previous(), f.current()); }},
+      {"ThreshBitmap", [](Fixture &f) { ThreshBitmap(f.align(), 240, 10); }},
+      {"buildGaussianPyramid_levels1to3",
+       [](Fixture &f) {
+         for (int32_t l = 1; l < f.align()->levels; ++l) buildGaussianPyramid(f.align(), l);
+       }},
+      // Level 0 moved by the shift the search left at level 1.
+      {"shiftData_level0", [](Fixture &f) { shiftData(f.align(), 0); }},
       {"getScanData",
        [](Fixture &f) {
          getScanData(f.align(), f.previous(), f.current(), f.handle()->alignedBuf);

@@ -11,6 +11,13 @@
 namespace videohdr {
 namespace {
 
+// A row of up to 2,056 pixels cannot wrap a 16-bit lane (each lane adds at
+// most 257 bytes of 255), so its lane total is the plain sum of the bytes its
+// 8-byte groups cover, added in any order. Wider rows follow the lanes.
+constexpr int32_t kWidestUnwrappedRow = 2056;
+
+int32_t coveredBytes(int32_t w) { return (w + 7) & ~7; }
+
 // The mean is held within [minThreshold, maxThreshold]: the upper clamp first,
 // then the lower one, so the lower one wins when the two cross.
 int32_t clampThreshold(int32_t mean, int32_t maxThreshold, int32_t minThreshold) {
@@ -19,62 +26,124 @@ int32_t clampThreshold(int32_t mean, int32_t maxThreshold, int32_t minThreshold)
   return mean;
 }
 
-// Pixel k of the block goes to bit 31 - k.
+// Bytes p[0..7] as a little-endian 64-bit value: byte k at bits 8k.
+uint64_t littleEndian64(const uint8_t *p) {
+#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+  uint64_t v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+#else
+  uint64_t v = 0;
+  for (int k = 0; k < 8; ++k) v |= uint64_t{p[k]} << (8 * k);
+  return v;
+#endif
+}
+
+// Pixel k of the block goes to bit 31 - k. The comparisons give bytes of 0 or
+// 1 (which vectorise); eight of them become one byte by a multiplication:
+// flag k (at bit 8k) times 0x8040201008040201 puts it alone at bit 63 - k, and
+// every other product falls on a distinct lower bit, so no carry reaches the
+// top byte.
 uint32_t packBlockPortable(const uint8_t *pixels, uint8_t threshold) {
+  uint8_t flags[32];
+  for (int k = 0; k < 32; ++k) flags[k] = pixels[k] > threshold;
   uint32_t word = 0;
-  for (int k = 0; k < 32; ++k) word |= uint32_t{pixels[k] > threshold} << (31 - k);
+  for (int b = 0; b < 4; ++b) {
+    const uint64_t gathered = littleEndian64(flags + 8 * b) * 0x8040201008040201u;
+    word |= static_cast<uint32_t>(gathered >> 56) << (24 - 8 * b);
+  }
   return word;
 }
 
-// The block layout both variants share; only the 32-pixel packer differs.
-template <uint32_t (*packBlock)(const uint8_t *, uint8_t)>
+// Packs `blocks` whole 32-pixel blocks of a row into consecutive words.
+void packBlocksPortable(const uint8_t *row, int32_t blocks, uint8_t threshold, uint32_t *words) {
+  for (int32_t j = 0; j < blocks; ++j) words[j] = packBlockPortable(row + 32 * j, threshold);
+}
+
+// The block layout both variants share; only the block packer differs.
+template <void (*packBlocks)(const uint8_t *, int32_t, uint8_t, uint32_t *)>
 void packRows(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold, uint32_t *bitmap) {
   const int32_t words = bitmapWords(w);
   const int32_t tailPixels = w % 32;
+  // Blocks at x = 0 and then while x < w - 32: for a width that is a multiple
+  // of 32 this stops one block early, so the last 32 columns keep their
+  // cleared 0 bits. The search's counts depend on it.
+  const int32_t wholeBlocks = w >= 33 ? (w - 32 + 31) / 32 : 0;
   for (int32_t y = 0; y < h; ++y) {
     const uint8_t *row = image + static_cast<size_t>(y) * w;
     uint32_t *rowWords = bitmap + static_cast<size_t>(y) * words;
-    int32_t x = 0;
     // Narrower than 33 pixels the block loop never starts and every row's tail
     // word is stored to word 1 of row 0, so only the last row's bits remain
     // there. Such widths are outside the search's range; the bits stay those of
     // the block layout rather than a different layout for small frames.
     uint32_t *tailWord = bitmap + 1;
-    if (w >= 33) {
-      // Stops one block early: for a width that is a multiple of 32 the last
-      // 32 columns keep their cleared 0 bits. The search's counts depend on it.
-      do {
-        rowWords[x / 32] = packBlock(row + x, threshold);
-        x += 32;
-      } while (x < w - 32);
-      tailWord = rowWords + x / 32;
+    if (wholeBlocks > 0) {
+      packBlocks(row, wholeBlocks, threshold, rowWords);
+      tailWord = rowWords + wholeBlocks;
     }
     if (tailPixels != 0) {
       // The zero padding gives 0 bits: no byte is greater than any threshold.
       uint8_t block[32] = {0};
-      std::memcpy(block, row + x, static_cast<size_t>(tailPixels));
-      *tailWord = packBlock(block, threshold);
+      std::memcpy(block, row + 32 * wholeBlocks, static_cast<size_t>(tailPixels));
+      packBlocks(block, 1, threshold, tailWord);
     }
   }
 }
 
 #if VIDEOHDR_HAVE_NEON
-// Compares 32 bytes, keeps one mask bit per byte (0x80 for the first pixel of
-// each 8) and folds the bytes together with pairwise adds, which act as ORs on
-// disjoint bits. The four folded bytes hold pixels 0-7, 8-15, 16-23, 24-31 and
-// are reversed so that pixels 0-7 land in the top byte of the word.
-uint32_t packBlockNeon(const uint8_t *pixels, uint8_t threshold) {
-  static const uint8_t kBitMasks[16] = {0x80, 0x40, 0x20, 0x10, 0x08, 0x04, 0x02, 0x01,
-                                        0x80, 0x40, 0x20, 0x10, 0x08, 0x04, 0x02, 0x01};
-  const uint8x16_t masks = vld1q_u8(kBitMasks);
+// Bit packing after a de-interleaving load, which puts pixel 4j + k of a block
+// into byte j of vector k: shift-and-insert steps build in byte j the nibble
+// of pixels 4j .. 4j+3 (first pixel highest), then the nibbles of bytes 2m and
+// 2m + 1 make byte m, pixels 8m .. 8m+7 with the first in bit 7. A byte
+// reversal within each 32-bit lane then puts pixels 0-7 of a word into its top
+// byte.
+
+// 64 pixels into two words.
+inline uint32x2_t packTwoBlocksNeon(const uint8_t *pixels, uint8x16_t limit) {
+  const uint8x16x4_t v = vld4q_u8(pixels);
+  const uint8x16_t pixels01 = vsriq_n_u8(vcgtq_u8(v.val[0], limit), vcgtq_u8(v.val[1], limit), 1);
+  const uint8x16_t pixels23 = vsriq_n_u8(vcgtq_u8(v.val[2], limit), vcgtq_u8(v.val[3], limit), 1);
+  const uint16x8_t nibbles = vreinterpretq_u16_u8(vsriq_n_u8(pixels01, pixels23, 2));
+  const uint8x8_t octets = vsri_n_u8(vmovn_u16(nibbles), vshrn_n_u16(nibbles, 8), 4);
+  return vreinterpret_u32_u8(vrev32_u8(octets));
+}
+
+// 32 pixels into one word (lane 0).
+inline uint32x2_t packBlockNeon(const uint8_t *pixels, uint8x8_t limit) {
+  const uint8x8x4_t v = vld4_u8(pixels);
+  const uint8x8_t pixels01 = vsri_n_u8(vcgt_u8(v.val[0], limit), vcgt_u8(v.val[1], limit), 1);
+  const uint8x8_t pixels23 = vsri_n_u8(vcgt_u8(v.val[2], limit), vcgt_u8(v.val[3], limit), 1);
+  const uint8x8_t nibbles = vsri_n_u8(pixels01, pixels23, 2);
+  const uint8x8x2_t evenOdd = vuzp_u8(nibbles, nibbles);
+  const uint8x8_t octets = vsri_n_u8(evenOdd.val[0], evenOdd.val[1], 4);
+  return vreinterpret_u32_u8(vrev32_u8(octets));
+}
+
+void packBlocksNeon(const uint8_t *row, int32_t blocks, uint8_t threshold, uint32_t *words) {
   const uint8x16_t limit = vdupq_n_u8(threshold);
-  const uint8x16_t a = vandq_u8(vcgtq_u8(vld1q_u8(pixels), limit), masks);
-  const uint8x16_t b = vandq_u8(vcgtq_u8(vld1q_u8(pixels + 16), limit), masks);
-  const uint8x8_t pairsA = vpadd_u8(vget_low_u8(a), vget_high_u8(a));
-  const uint8x8_t pairsB = vpadd_u8(vget_low_u8(b), vget_high_u8(b));
-  const uint8x8_t quads = vpadd_u8(pairsA, pairsB);
-  const uint8x8_t octets = vpadd_u8(quads, quads);
-  return vget_lane_u32(vreinterpret_u32_u8(vrev32_u8(octets)), 0);
+  int32_t j = 0;
+  for (; j + 2 <= blocks; j += 2) vst1_u32(words + j, packTwoBlocksNeon(row + 32 * j, limit));
+  if (j < blocks) vst1_lane_u32(words + j, packBlockNeon(row + 32 * j, vget_low_u8(limit)), 0);
+}
+
+// Rows that cannot wrap a lane are added 32 bytes at a time with pairwise
+// widening adds (each lane still takes at most 257 bytes; the de-interleaving
+// load only loads 32 bytes in one instruction); wider rows follow the 8-byte
+// lanes.
+uint16x8_t rowLanesNeon(const uint8_t *row, int32_t w) {
+  uint16x8_t lanes = vdupq_n_u16(0);
+  if (w > kWidestUnwrappedRow) {
+    for (int32_t x = 0; x < w; x += 8) lanes = vaddw_u8(lanes, vld1_u8(row + x));
+    return lanes;
+  }
+  const int32_t covered = coveredBytes(w);
+  int32_t x = 0;
+  for (; x + 32 <= covered; x += 32) {
+    const uint8x16x2_t bytes = vld2q_u8(row + x);
+    lanes = vpadalq_u8(vpadalq_u8(lanes, bytes.val[0]), bytes.val[1]);
+  }
+  for (; x < covered; x += 8) lanes = vaddw_u8(lanes, vld1_u8(row + x));
+  return lanes;
 }
 #endif
 
@@ -84,6 +153,12 @@ uint32_t sumLumaPortable(const uint8_t *image, int32_t w, int32_t h) {
   uint32_t total = 0;
   for (int32_t y = 0; y < h; ++y) {
     const uint8_t *row = image + static_cast<size_t>(y) * w;
+    if (w <= kWidestUnwrappedRow) {
+      uint32_t rowSum = 0;
+      for (int32_t x = 0; x < coveredBytes(w); ++x) rowSum += row[x];
+      total += rowSum;
+      continue;
+    }
     // Eight 16-bit lanes per row, wrapping as the vector lanes do.
     uint16_t lanes[8] = {0};
     for (int32_t x = 0; x < w; x += 8)
@@ -95,25 +170,21 @@ uint32_t sumLumaPortable(const uint8_t *image, int32_t w, int32_t h) {
 
 void packThresholdBitsPortable(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                                uint32_t *bitmap) {
-  packRows<packBlockPortable>(image, w, h, threshold, bitmap);
+  packRows<packBlocksPortable>(image, w, h, threshold, bitmap);
 }
 
 #if VIDEOHDR_HAVE_NEON
 uint32_t sumLumaNeon(const uint8_t *image, int32_t w, int32_t h) {
   uint32x4_t totals = vdupq_n_u32(0);
-  for (int32_t y = 0; y < h; ++y) {
-    const uint8_t *row = image + static_cast<size_t>(y) * w;
-    uint16x8_t lanes = vdupq_n_u16(0);
-    for (int32_t x = 0; x < w; x += 8) lanes = vaddw_u8(lanes, vld1_u8(row + x));
-    totals = vpadalq_u16(totals, lanes);
-  }
+  for (int32_t y = 0; y < h; ++y)
+    totals = vpadalq_u16(totals, rowLanesNeon(image + static_cast<size_t>(y) * w, w));
   return vgetq_lane_u32(totals, 0) + vgetq_lane_u32(totals, 1) + vgetq_lane_u32(totals, 2) +
          vgetq_lane_u32(totals, 3);
 }
 
 void packThresholdBitsNeon(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                            uint32_t *bitmap) {
-  packRows<packBlockNeon>(image, w, h, threshold, bitmap);
+  packRows<packBlocksNeon>(image, w, h, threshold, bitmap);
 }
 #endif
 
