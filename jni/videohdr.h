@@ -170,6 +170,12 @@ VIDEOHDR_API int32_t freeMem(VideoHdrHandle *handle);
 VIDEOHDR_API void InitPara(AlignContext *context, const uint8_t *prevFrame,
                            const uint8_t *curFrame);
 VIDEOHDR_API int32_t AllocAlignHandleParams(VideoHdrHandle *handle);
+/*
+ * Aligns prevFrame to curFrame and writes the aligned copy into outFrame. The
+ * shift is searched from the coarsest pyramid level down to level 0; when the
+ * coarsest level is narrower than 129 pixels (width < 1,032 with four levels)
+ * the search is skipped and every level keeps a zero shift.
+ */
 VIDEOHDR_API int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,
                                   uint8_t *outFrame, int32_t frameCount);
 VIDEOHDR_API int32_t ReleaseAlignHandleParams(VideoHdrHandle *handle);
@@ -177,8 +183,30 @@ VIDEOHDR_API int32_t ReleaseAlignHandleParams(VideoHdrHandle *handle);
 VIDEOHDR_API int32_t ThreshBitmap(AlignContext *context, int32_t maxThreshold,
                                   int32_t minThreshold);
 VIDEOHDR_API void buildGaussianPyramid(AlignContext *context, int32_t level);
+/*
+ * Counts the pixels at which movedBitmap[level], displaced by (dx, dy), differs
+ * from curBitmap[level], inside the search's margins and edge masks; the two
+ * ignored arguments are never read. Reads only rows 0 .. h-1 and, in each,
+ * words 0 .. W-2 of the two bitmaps (never the pad word). Each row is counted
+ * in sixteen 8-bit lanes that wrap at 256: levels 4,001 pixels wide or wider
+ * (32 blocks of 128 pixels per row) can lose multiples of 256 per row.
+ * Where the counting layout has no rule of its own:
+ *   - dx < 0 with 0 < w % 32 <= |dx| (e.g. level widths 129/130 with dx = -2):
+ *     the last data word (word W-2) of both bitmaps takes no part, neither
+ *     compared nor shifted into word W-3 (the edge mask of the other negative
+ *     shifts, all-ones << (|dx| + 32 - w % 32), reaches 32 and clears it), so
+ *     no bit beyond the row's last pixel is compared;
+ *   - a level narrower than 129 pixels, |dx| >= 32, or a level that does not
+ *     exist answers 0 and reads nothing.
+ */
 VIDEOHDR_API int32_t xorTwoPyramid_New(AlignContext *context, int32_t ignored1,
                                        int32_t ignored2, int32_t level, int32_t dy, int32_t dx);
+/*
+ * One level of the search: moves prevBitmap[level] by twice the coarser level's
+ * shift (shiftData), scores the nine candidates 0, -searchStep, +searchStep per
+ * axis and stores the cumulative shift in levelDx/levelDy[level]. A level
+ * narrower than 129 pixels scores 0 everywhere and so adds a zero step.
+ */
 VIDEOHDR_API void shiftPyramid(AlignContext *context, int32_t level);
 VIDEOHDR_API void shiftData(AlignContext *context, int32_t level);
 VIDEOHDR_API void getScanData(AlignContext *context, const uint8_t *prevFrame,
