@@ -261,9 +261,10 @@ VIDEOHDR_API float xorTwoResult(AlignContext *context, int32_t ignored1, int32_t
  * fallback are w x h luma planes (pitch w, the context's width and height);
  * target and fallback must hold whole frames of (3 * w * h) / 2 bytes, since
  * a blur fallback copies the chroma too. Which frames to pass is the
- * caller's choice. The gradient sums read partner and fallback as Sobel_Neon
- * does: when w % 8 == 1, one byte after partner's w * h bytes must be
- * readable (fallback's chroma covers its own) and the result depends on it.
+ * caller's choice. When it blends, the gradient sums read partner and
+ * fallback as Sobel_Neon does: when w % 8 == 1, one byte after partner's
+ * w * h bytes must be readable (fallback's chroma covers its own) and the
+ * result depends on it. A jump skips the sums, which only the blur check uses.
  */
 VIDEOHDR_API void Back(AlignContext *context, int32_t frameCount, uint8_t *target,
                        const uint8_t *partner, const uint8_t *fallback);
