@@ -195,6 +195,209 @@ uint32x4_t countRowNeon(const CountPlan &plan, const uint32_t *d, const uint32_t
 }
 #endif
 
+// ---- The nine candidates of a level scored together ----
+//
+// shiftPyramid's nine candidates come in three triples (dy, 0), (dy, -u),
+// (dy, +u) that compare the same pair of rows: one pass per triple reads each
+// row pair once and scores all three. Within a fusable level every count is a
+// plain sum of bit counts, which is what the per-row 8-bit lane counters give
+// as long as no lane can wrap: at most 31 counted blocks per row.
+constexpr int32_t kMaxUnwrappedBlocks = 31;
+// A positive shift's word-0 masks (S & ~0 >> 2u, R & ~0 >> u, before the
+// funnel) act on the compared word as one mask ~0 >> u only while u <= 16.
+constexpr int32_t kMaxFusedShift = 16;
+
+struct CandidateTriple {
+  bool empty;  // no rows to compare: all three score 0
+  CountPlan zero, negative, positive;
+};
+
+// The layout the fused passes reproduce exactly: besides the lane bound and the
+// shift limit, no rightward candidate that masks its last body block's partner
+// (0 < w % 32 <= u with no tail block), which only the per-candidate count has.
+bool fusableLevel(const AlignContext *ctx, int32_t level, int32_t u) {
+  if (level < 0 || level >= ctx->levels || u < 1 || u > kMaxFusedShift) return false;
+  const int32_t w = ctx->levelWidth[level];
+  if (w < kMinSearchLevelWidth) return false;
+  const int32_t W = (w + 63) >> 5;
+  const int32_t t = (W - 6) % 4;
+  const int32_t blocks = (W - 2 - t) / 4 + (t != 0 ? 1 : 0);
+  const int32_t r = w & 31;
+  return blocks <= kMaxUnwrappedBlocks && !(r != 0 && r <= u && t == 0);
+}
+
+CandidateTriple tripleFor(const AlignContext *ctx, int32_t level, int32_t dy, int32_t u) {
+  CandidateTriple c;
+  c.empty = !makePlan(ctx, level, dy, 0, &c.zero);
+  if (!c.empty) {
+    makePlan(ctx, level, dy, -u, &c.negative);
+    makePlan(ctx, level, dy, u, &c.positive);
+  }
+  return c;
+}
+
+uint32_t bitCountPortable(uint32_t x) {
+  x = x - ((x >> 1) & 0x55555555u);
+  x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
+  x = (x + (x >> 4)) & 0x0F0F0F0Fu;
+  x += x >> 8;
+  return (x + (x >> 16)) & 0x3Fu;
+}
+
+// Words 0, W - 3 and (with a tail block) W - 2 of one candidate's row pair, the
+// words its masks touch. d is the displaced side, p the other.
+uint32_t countEdgeWordsPortable(const CountPlan &c, const uint32_t *d, const uint32_t *p) {
+  const int32_t last = c.lastWord;
+  const bool tail = c.tailWords != 0;
+  const uint32_t lastD = d[last] & (tail ? c.lastMaskDisplaced : c.bodyEndPartnerMask);
+  uint32_t n = bitCountPortable(funnelPortable(d[0] & c.firstMaskDisplaced, d[1], c.shift) ^
+                                (p[0] & c.firstMaskPlain));
+  n += bitCountPortable(funnelPortable(d[last - 1], lastD, c.shift) ^ p[last - 1]);
+  if (tail) n += bitCountPortable(funnelPortable(lastD, 0, c.shift) ^ (p[last] & c.lastMaskPlain));
+  return n;
+}
+
+// Word view of the count: the compared words are 0 .. W - 3, and W - 2 when
+// there is a tail block; words 1 .. W - 4 carry no mask in any candidate.
+void scoreTriplePortable(const CandidateTriple &c, uint32_t counts[3]) {
+  const CountPlan &z = c.zero;
+  const int32_t u = c.positive.shift, W = z.pitch;
+  const uint32_t *S = c.positive.displaced, *R = c.positive.plain;
+  counts[0] = counts[1] = counts[2] = 0;
+  for (int32_t y = 0; y < z.rows; ++y) {
+    const uint32_t *s = S + static_cast<ptrdiff_t>(y) * W;
+    const uint32_t *r = R + static_cast<ptrdiff_t>(y) * W;
+    uint32_t still = 0, left = 0, right = 0;
+    // 1 <= u <= 16 here, so the funnel needs no guard for shifts of 32 (which
+    // keeps the loop vectorisable).
+    for (int32_t i = 1; i <= W - 4; ++i) {
+      still += bitCountPortable(s[i] ^ r[i]);
+      left += bitCountPortable(((r[i] << u) | (r[i + 1] >> (32 - u))) ^ s[i]);
+      right += bitCountPortable(((s[i] << u) | (s[i + 1] >> (32 - u))) ^ r[i]);
+    }
+    counts[0] += still + countEdgeWordsPortable(z, s, r);
+    counts[1] += left + countEdgeWordsPortable(c.negative, r, s);
+    counts[2] += right + countEdgeWordsPortable(c.positive, s, r);
+  }
+}
+
+#if VIDEOHDR_HAVE_NEON
+// One candidate's tail block, built without reading past word W - 2: the four
+// words ending at the last data word, that word masked, moved down so that
+// the T tail words come first and zeros follow (its funnel partner likewise,
+// one word on).
+template <int T>
+uint32x4_t tailBlockNeon(uint32x4_t d, uint32x4_t p, uint32x4_t maskD, uint32x4_t maskP,
+                         int32x4_t left, int32x4_t right) {
+  const uint32x4_t zero = vdupq_n_u32(0);
+  const uint32x4_t dm = vandq_u32(d, maskD);
+  const uint32x4_t pm = vandq_u32(p, maskP);
+  return veorq_u32(funnelNeon(vextq_u32(dm, zero, 3 - T), vextq_u32(dm, zero, 4 - T), left, right),
+                   vextq_u32(pm, zero, 3 - T));
+}
+
+uint32x4_t lastLaneMask(uint32_t mask) { return vsetq_lane_u32(mask, vdupq_n_u32(kAllOnes), 3); }
+
+uint8x16_t addBitCounts(uint8x16_t lanes, uint32x4_t x) {
+  return vaddq_u8(lanes, vcntq_u8(vreinterpretq_u8_u32(x)));
+}
+
+uint32x4_t widenLanes(uint32x4_t totals, uint8x16_t lanes) {
+  return vpadalq_u16(totals, vpaddlq_u8(lanes));
+}
+
+// Block view of the count, as the per-candidate count makes it: body blocks of
+// four words from word 0 (word 0's masks applied to the compared word), then
+// the tail block of T words and the masked last data word.
+template <int T>
+void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
+  const CountPlan &z = c.zero, &n = c.negative, &pos = c.positive;
+  const int32_t W = z.pitch, blocks = z.bodyBlocks;
+  const uint32_t *S = pos.displaced, *R = pos.plain;
+  const int32x4_t left = vdupq_n_s32(pos.shift), right = vdupq_n_s32(pos.shift - 32);
+  const int32x4_t still = vdupq_n_s32(0), cleared = vdupq_n_s32(-32);
+  const uint32x4_t ones = vdupq_n_u32(kAllOnes);
+  const uint32x4_t firstZero = vsetq_lane_u32(0x7FFFFFFFu, ones, 0);
+  const uint32x4_t firstRight = vsetq_lane_u32(kAllOnes >> pos.shift, ones, 0);
+  uint32x4_t total0 = vdupq_n_u32(0), totalLeft = total0, totalRight = total0;
+  for (int32_t y = 0; y < z.rows; ++y) {
+    const uint32_t *s = S + static_cast<ptrdiff_t>(y) * W;
+    const uint32_t *r = R + static_cast<ptrdiff_t>(y) * W;
+    // Block 0 carries word 0's masks; it is always there (W >= 6).
+    uint32x4_t sv = vld1q_u32(s), rv = vld1q_u32(r);
+    uint32x4_t sn = vld1q_u32(s + 1), rn = vld1q_u32(r + 1);
+    uint8x16_t lanes0 = vcntq_u8(vreinterpretq_u8_u32(vandq_u32(veorq_u32(sv, rv), firstZero)));
+    uint8x16_t lanesLeft =
+        vcntq_u8(vreinterpretq_u8_u32(veorq_u32(funnelNeon(rv, rn, left, right), sv)));
+    uint8x16_t lanesRight = vcntq_u8(vreinterpretq_u8_u32(
+        vandq_u32(veorq_u32(funnelNeon(sv, sn, left, right), rv), firstRight)));
+    for (int32_t b = 1; b < blocks; ++b) {
+      const uint32_t *sb = s + 4 * b, *rb = r + 4 * b;
+      sv = vld1q_u32(sb);
+      sn = vld1q_u32(sb + 1);
+      rv = vld1q_u32(rb);
+      rn = vld1q_u32(rb + 1);
+      lanes0 = addBitCounts(lanes0, veorq_u32(sv, rv));
+      lanesLeft = addBitCounts(lanesLeft, veorq_u32(funnelNeon(rv, rn, left, right), sv));
+      lanesRight = addBitCounts(lanesRight, veorq_u32(funnelNeon(sv, sn, left, right), rv));
+    }
+    if (T != 0) {
+      const uint32x4_t sv = vld1q_u32(s + W - 5), rv = vld1q_u32(r + W - 5);
+      lanes0 =
+          addBitCounts(lanes0, tailBlockNeon<T>(sv, rv, lastLaneMask(z.lastMaskDisplaced),
+                                                lastLaneMask(z.lastMaskPlain), still, cleared));
+      lanesLeft =
+          addBitCounts(lanesLeft, tailBlockNeon<T>(rv, sv, lastLaneMask(n.lastMaskDisplaced),
+                                                   lastLaneMask(n.lastMaskPlain), left, right));
+      lanesRight =
+          addBitCounts(lanesRight, tailBlockNeon<T>(sv, rv, lastLaneMask(pos.lastMaskDisplaced),
+                                                    lastLaneMask(pos.lastMaskPlain), left, right));
+    }
+    total0 = widenLanes(total0, lanes0);
+    totalLeft = widenLanes(totalLeft, lanesLeft);
+    totalRight = widenLanes(totalRight, lanesRight);
+  }
+  const uint32x4_t totals[3] = {total0, totalLeft, totalRight};
+  for (int k = 0; k < 3; ++k) {
+    const uint32x2_t half = vadd_u32(vget_low_u32(totals[k]), vget_high_u32(totals[k]));
+    counts[k] = vget_lane_u32(vpadd_u32(half, half), 0);
+  }
+}
+
+void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
+  switch (c.zero.tailWords) {
+    case 0:
+      return scoreTripleNeon<0>(c, counts);
+    case 1:
+      return scoreTripleNeon<1>(c, counts);
+    case 2:
+      return scoreTripleNeon<2>(c, counts);
+    default:
+      return scoreTripleNeon<3>(c, counts);
+  }
+}
+#endif
+
+// Scores in shiftPyramid's order: candidate i is (dy, dx) = (offsets[i / 3],
+// offsets[i % 3]) with offsets 0, -s, +s.
+template <void (*scoreTriple)(const CandidateTriple &, uint32_t *)>
+bool scoreCandidates(const AlignContext *ctx, int32_t level, int32_t scores[9]) {
+  const int32_t s = ctx->searchStep;
+  if (s == INT32_MIN) return false;
+  const int32_t u = std::abs(s);
+  if (!fusableLevel(ctx, level, u)) return false;
+  const int32_t offsets[3] = {0, -s, s};
+  for (int32_t k = 0; k < 3; ++k) {
+    const CandidateTriple c = tripleFor(ctx, level, offsets[k], u);
+    uint32_t counts[3] = {0, 0, 0};  // dx = 0, -u, +u
+    if (!c.empty) scoreTriple(c, counts);
+    scores[3 * k] = static_cast<int32_t>(counts[0]);
+    scores[3 * k + 1] = static_cast<int32_t>(s > 0 ? counts[1] : counts[2]);
+    scores[3 * k + 2] = static_cast<int32_t>(s > 0 ? counts[2] : counts[1]);
+  }
+  return true;
+}
+
 }  // namespace
 
 int32_t xorTwoPyramidPortable(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx) {
@@ -226,6 +429,16 @@ int32_t xorTwoPyramidNeon(const AlignContext *ctx, int32_t level, int32_t dy, in
 }
 #endif
 
+bool scoreNineCandidatesPortable(const AlignContext *ctx, int32_t level, int32_t scores[9]) {
+  return scoreCandidates<scoreTriplePortable>(ctx, level, scores);
+}
+
+#if VIDEOHDR_HAVE_NEON
+bool scoreNineCandidatesNeon(const AlignContext *ctx, int32_t level, int32_t scores[9]) {
+  return scoreCandidates<scoreTripleNeon>(ctx, level, scores);
+}
+#endif
+
 void searchAllLevels(AlignContext *ctx) {
   if (ctx->levelWidth[ctx->levels - 1] < kMinSearchLevelWidth) {
     storeZeroShift(ctx);
@@ -253,14 +466,22 @@ void shiftPyramid(AlignContext *context, int32_t level) {
   const int32_t offsets[3] = {0, -s, s};
   // Strictly less: a tie goes to the candidate tried first, so (0, 0) wins
   // every tie it takes part in.
+  int32_t scores[9];
+#if VIDEOHDR_NATIVE_NEON
+  const bool scored = videohdr::scoreNineCandidatesNeon(context, level, scores);
+#else
+  const bool scored = videohdr::scoreNineCandidatesPortable(context, level, scores);
+#endif
+  if (!scored) {
+    for (int i = 0; i < 9; ++i)
+      scores[i] = xorTwoPyramid_New(context, 0, 0, level, offsets[i / 3], offsets[i % 3]);
+  }
   int32_t best = INT32_MAX, bestDx = 0, bestDy = 0;
   for (int i = 0; i < 9; ++i) {
-    const int32_t dy = offsets[i / 3], dx = offsets[i % 3];
-    const int32_t score = xorTwoPyramid_New(context, 0, 0, level, dy, dx);
-    if (score < best) {
-      best = score;
-      bestDx = dx;
-      bestDy = dy;
+    if (scores[i] < best) {
+      best = scores[i];
+      bestDx = offsets[i % 3];
+      bestDy = offsets[i / 3];
     }
   }
   // Stored cumulatively: the coarser level's shift, doubled, plus this level's step.

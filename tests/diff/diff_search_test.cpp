@@ -84,4 +84,44 @@ TEST(DiffSearch, PhotoBitmaps) {
   }
 }
 
+// shiftPyramid's nine candidates scored together: both variants agree on
+// whether the layout is theirs and on every score, and each score is the
+// candidate's own count. Steps of 17 and widths past 3,968 (rows of 32 blocks)
+// are not theirs; a height of 3 leaves the vertical candidates no rows.
+TEST(DiffSearch, NineCandidatesTogether) {
+  std::mt19937 rng(14);
+  std::vector<int> widths = checkasm::widthsToTry(129, 2200, rng, 70);
+  for (int w : {3968, 3969, 4000}) widths.push_back(w);
+  for (int w : widths) {
+    for (int32_t h : {3, 9}) {
+      for (int32_t step : {2, -2, 1, 16, 17}) {
+        BitmapPair b(w, h);
+        b.fillRandom(rng);
+        b.context()->searchStep = step;
+        const std::string what =
+            "w " + std::to_string(w) + " h " + std::to_string(h) + " step " + std::to_string(step);
+        bool fused = false;
+        auto run = [&](Variant v, std::vector<uint8_t *> &out) {
+          int32_t scores[9] = {};
+          const bool ok = v == Variant::Portable
+                              ? videohdr::scoreNineCandidatesPortable(b.context(), 0, scores)
+                              : videohdr::scoreNineCandidatesNeon(b.context(), 0, scores);
+          out[0][0] = ok;
+          std::memcpy(out[1], scores, sizeof scores);
+          fused = ok;
+        };
+        checkasm::expectVariantsMatch({1, 9 * sizeof(int32_t)}, rng, run, what);
+        int32_t scores[9] = {};
+        if (!videohdr::scoreNineCandidatesPortable(b.context(), 0, scores)) continue;
+        const int32_t offsets[3] = {0, -step, step};
+        for (int i = 0; i < 9; ++i) {
+          EXPECT_EQ(scores[i], b.count(offsets[i / 3], offsets[i % 3]))
+              << what << " candidate " << i;
+        }
+        EXPECT_TRUE(fused);
+      }
+    }
+  }
+}
+
 }  // namespace
