@@ -10,7 +10,7 @@
 //
 // The block loops this kernel is defined by run while a block's start is
 // inside the row, so they spill past the end of a row. A spill into the next
-// row is rewritten when that row is processed, and the three element-wise
+// row is rewritten when that row is processed, and the two element-wise
 // steps (lookup, luma blend) compute the same value for a byte whichever
 // row's block reaches it, so they run as one pass over the plane. What the
 // last row spills stays, and later steps can read it; it is reproduced here
@@ -20,6 +20,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
+#include <cstring>
 
 #include "plane_ops.h"
 
@@ -178,11 +179,22 @@ inline uint8_t weightedBlend(uint8_t x, uint8_t y, uint8_t weight) {
   return static_cast<uint8_t>(sum >> 8);
 }
 
-// Byte m of a chroma block takes weight m & 7: pairs 0-3 use the block's
-// eight weights one per byte, and pairs 4-7 use them again.
-inline void blendChromaBlock(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
-                             uint8_t *out, int32_t bytes) {
-  for (int32_t m = 0; m < bytes; ++m) out[m] = weightedBlend(dark[m], bright[m], weights[m & 7]);
+// One weight per byte for `bytes` chroma bytes from a block boundary: byte m
+// of a 16-byte block takes the block's weight m & 7, so pairs 0-3 use the
+// eight weights one per byte and pairs 4-7 use them again. A partial block
+// reads only the weights its bytes use.
+void spreadChromaWeights(const uint8_t *weights, uint8_t *spread, int32_t bytes) {
+  constexpr int32_t kHalf = kByteBlock / 2;
+  for (int32_t b = 0; b < bytes; b += kByteBlock) {
+    const int32_t n = std::min(bytes - b, kByteBlock);
+    std::memcpy(spread + b, weights + b / 2, static_cast<size_t>(std::min(n, kHalf)));
+    if (n > kHalf) std::memcpy(spread + b + kHalf, weights + b / 2, static_cast<size_t>(n - kHalf));
+  }
+}
+
+void weightedBlendRun(const uint8_t *x, const uint8_t *y, const uint8_t *weights, uint8_t *out,
+                      int32_t count) {
+  for (int32_t i = 0; i < count; ++i) out[i] = weightedBlend(x[i], y[i], weights[i]);
 }
 
 }  // namespace
@@ -201,16 +213,22 @@ void lookupWeightsPortable(const uint8_t *a, const uint8_t *b, const uint8_t *ta
 
 void blendLumaPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
                        uint8_t *out, int32_t count) {
-  for (int32_t i = 0; i < count; ++i) out[i] = weightedBlend(bright[i], dark[i], weights[i]);
+  weightedBlendRun(bright, dark, weights, out, count);
 }
 
+// The row goes in chunks of whole blocks whose weights are spread to one per
+// byte first, so that the blend is the same plain loop as the luma's (which
+// the compiler vectorises; the block-wise weight pattern keeps it from doing
+// so in place).
 void blendChromaRowPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
                             uint8_t *out, int32_t count) {
-  const int32_t blockEnd = count - count % kByteBlock;
-  for (int32_t b = 0; b < blockEnd; b += kByteBlock)
-    blendChromaBlock(bright + b, dark + b, weights + b / 2, out + b, kByteBlock);
-  blendChromaBlock(bright + blockEnd, dark + blockEnd, weights + blockEnd / 2, out + blockEnd,
-                   count - blockEnd);
+  constexpr int32_t kChunk = 16 * kByteBlock;
+  uint8_t spread[kChunk];
+  for (int32_t start = 0; start < count; start += kChunk) {
+    const int32_t bytes = std::min(count - start, kChunk);
+    spreadChromaWeights(weights + start / 2, spread, bytes);
+    weightedBlendRun(dark + start, bright + start, spread, out + start, bytes);
+  }
 }
 
 void exposureFusionPortable(const FusionContext &ctx, const uint8_t *current,
