@@ -174,12 +174,34 @@ VIDEOHDR_API int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uin
                                   uint8_t *outFrame, int32_t frameCount);
 VIDEOHDR_API int32_t ReleaseAlignHandleParams(VideoHdrHandle *handle);
 
+/*
+ * Level-0 threshold bitmaps of both frames: a pixel's bit is set when it is
+ * brighter than its frame's mean grey level held within [minThreshold,
+ * maxThreshold]. Answers 1 when the previous frame's luma sum is the larger.
+ * Each row is summed in groups of 8 bytes in 16-bit lanes (which wrap in rows
+ * wider than 2,056 pixels). For a width that is not a multiple of 8 the last
+ * group of a row includes the up to 7 bytes after the row's end, and they count
+ * towards the mean and the result: the next row's first bytes, or for the last
+ * row the first bytes of the next workspace region (read, never written).
+ * For a width that is a multiple of 32 the last 32 columns stay 0.
+ */
 VIDEOHDR_API int32_t ThreshBitmap(AlignContext *context, int32_t maxThreshold,
                                   int32_t minThreshold);
+/*
+ * Level `level` (1 or more) of both bitmap pyramids: pixel (x, y) = pixel
+ * (2x, 2y) of the level below. Does nothing when the level below has fewer
+ * than 2 rows or this level has no columns.
+ */
 VIDEOHDR_API void buildGaussianPyramid(AlignContext *context, int32_t level);
 VIDEOHDR_API int32_t xorTwoPyramid_New(AlignContext *context, int32_t ignored1,
                                        int32_t ignored2, int32_t level, int32_t dy, int32_t dx);
 VIDEOHDR_API void shiftPyramid(AlignContext *context, int32_t level);
+/*
+ * movedBitmap[level] = prevBitmap[level] moved by (2 levelDx[level + 1],
+ * 2 levelDy[level + 1]) (a plain copy at the coarsest level). After a move to
+ * the right the pad word of every row is 0. A horizontal move of 32 pixels or
+ * more, which the word-wise moves cannot make, leaves the whole bitmap 0.
+ */
 VIDEOHDR_API void shiftData(AlignContext *context, int32_t level);
 VIDEOHDR_API void getScanData(AlignContext *context, const uint8_t *prevFrame,
                               const uint8_t *curFrame, uint8_t *outFrame);
@@ -208,8 +230,32 @@ struct FusionContext {
   uint8_t *quarterWeightPlanes[4]; /* (stride * scanline) >> 4 bytes each */
 };
 
+/*
+ * Builds the fusion context from the handle's width, height, stride and
+ * scanline (kept for the handle's life) and a zero-length block in fusionAux.
+ * Table block: tables 0..2 hold the tone curves, 3..7 are zero. Choices:
+ *   - the half-resolution plane block is zero-filled: the smoothing's scratch
+ *     plane (halfWeightPlanes[1]) has columns nothing writes but the fused
+ *     result depends on, so they start at 0 and every run is reproducible;
+ *   - every plane block has 64 bytes of slack after its carved planes;
+ *   - allocations are checked: if one fails, nothing stays allocated,
+ *     fusionContext and fusionAux stay null and frames are passed through
+ *     unfused. Answers 1 in every case.
+ */
 VIDEOHDR_API int32_t AllocFusionHandleParams(VideoHdrHandle *handle);
+/*
+ * Frees the context's blocks, the context and fusionAux, and leaves both
+ * pointers as they were. With a null fusionContext (a handle that never
+ * processed a frame) only fusionAux is freed. Answers 1.
+ */
 VIDEOHDR_API int32_t ReleaseFusionHandleParams(VideoHdrHandle *handle);
+/*
+ * Fills a two-segment tone curve: entries 0 .. knee-1 from (i / knee)^lowGamma
+ * * level, entries knee .. length-1 from (1 - level) * (j / (255 - knee))^highGamma
+ * + level, j = i - knee; direction 0 rises, 1 falls (1 - value), any other
+ * value writes nothing. Values are scaled by 255, truncated and clamped to a
+ * byte (NaN gives 0). Writes max(knee, length) entries: keep knee >= 0.
+ */
 VIDEOHDR_API void GenerateSCurve(uint8_t *curve, int32_t length, int32_t knee, float level,
                                  float lowGamma, float highGamma, int32_t direction);
 
@@ -229,6 +275,23 @@ VIDEOHDR_API void GenerateSCurve(uint8_t *curve, int32_t length, int32_t knee, f
 VIDEOHDR_API int32_t ExposureFusionNeon(VideoHdrHandle *handle, const uint8_t *current,
                                         const uint8_t *alignedPrevious, uint8_t *output);
 
+/*
+ * 7-tap filters on planes whose pitch is `width`: tent taps 1 2 3 4 3 2 1 >> 4,
+ * _Smooth taps 4 4 5 6 5 4 4 >> 5, truncated. Columns (rows) 0 .. border-1 and
+ * those after the last whole block are left as they are.
+ * Horizontal: runs when height >= 1 and width - 8 - border >= border; blocks
+ * of 8 results start at columns border, border + 8, ... up to width - 8 -
+ * border, and the result in column border + x is centred on source column
+ * 3 + x. Vertical: runs when width >= 8 and height > 2 * border; filters the
+ * columns of whole 8-column blocks in rows border .. height-border-1, taking
+ * rows border-3 .. border+3 first and row 2 * border + 1 + t after output t
+ * (with border 3: centred on its own row).
+ * A negative border writes nothing. A border below 3 reads source bytes
+ * outside the plane, which the results depend on, so the caller must provide
+ * them: the horizontal pass reads 6 - 2 * border bytes after the plane, the
+ * vertical pass 3 - border rows before it and, when height < border + 4,
+ * rows up to border + 3. With border 3 or more nothing outside is read.
+ */
 VIDEOHDR_API void horizontalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width,
                                           int32_t height, int32_t border);
 VIDEOHDR_API void VerticalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width,
@@ -238,16 +301,42 @@ VIDEOHDR_API void horizontalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *ds
 VIDEOHDR_API void VerticalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width,
                                                int32_t height, int32_t border);
 
+/*
+ * Halving by point sampling: dst[r * (width >> 1) + c] = src[2r * stride + 2c]
+ * for r < height >> 1, c < width >> 1 (destination tightly packed). Both
+ * variants give the same bytes and write nothing past the destination plane.
+ */
 VIDEOHDR_API void downScale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width,
                                        int32_t height, int32_t stride);
 VIDEOHDR_API void downScale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width,
                                             int32_t height, int32_t stride);
+/*
+ * Averaging doubling (destination pitch 2 * stride): output (Y, X) for
+ * Y < 2 * height - 2, X < 2 * width - 2 is the truncated mean of the source
+ * 2x2 block at (Y >> 1, X >> 1); the last two rows and columns are left as
+ * they are. Needs height >= 2 and width >= 2.
+ */
 VIDEOHDR_API void upscale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width,
                                      int32_t height, int32_t stride);
+/*
+ * Replicating doubling (destination pitch 2 * stride, 2 * height rows; a
+ * different operation from upscale_2x_uint8_t): each even row is built in
+ * 16-byte blocks of doubled source bytes while the block start is below
+ * 2 * width, then copied whole to the odd row. So X < min(16 * ceil(width / 8),
+ * 2 * stride) gives src[Y >> 1][X >> 1] (the last block doubles source row
+ * padding when stride > width), and any further bytes of the row keep their
+ * old content, copied to the odd row too. Nothing is written past the
+ * destination plane; source rows are read up to that bound, within stride.
+ */
 VIDEOHDR_API void upscale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width,
                                           int32_t height, int32_t stride);
+/*
+ * Splits `width` bytes (width >> 1 pairs) of each interleaved row, pitch
+ * `stride`, into byte 0 and byte 1 planes of pitch stride >> 1.
+ */
 VIDEOHDR_API void extract_uvBuffer(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf,
                                    int32_t width, int32_t height, int32_t stride);
+/* Interleaves `width` pairs per row; all three planes are tightly packed. */
 VIDEOHDR_API void combine_uvBuffer(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf,
                                    int32_t width, int32_t height);
 
