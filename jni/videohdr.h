@@ -170,6 +170,12 @@ VIDEOHDR_API int32_t freeMem(VideoHdrHandle *handle);
 VIDEOHDR_API void InitPara(AlignContext *context, const uint8_t *prevFrame,
                            const uint8_t *curFrame);
 VIDEOHDR_API int32_t AllocAlignHandleParams(VideoHdrHandle *handle);
+/*
+ * Aligns prevFrame to curFrame and writes the aligned copy into outFrame. The
+ * shift is searched from the coarsest pyramid level down to level 0; when the
+ * coarsest level is narrower than 129 pixels (width < 1,032 with four levels)
+ * the search is skipped and every level keeps a zero shift.
+ */
 VIDEOHDR_API int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,
                                   uint8_t *outFrame, int32_t frameCount);
 VIDEOHDR_API int32_t ReleaseAlignHandleParams(VideoHdrHandle *handle);
@@ -193,8 +199,30 @@ VIDEOHDR_API int32_t ThreshBitmap(AlignContext *context, int32_t maxThreshold,
  * than 2 rows or this level has no columns.
  */
 VIDEOHDR_API void buildGaussianPyramid(AlignContext *context, int32_t level);
+/*
+ * Counts the pixels at which movedBitmap[level], displaced by (dx, dy), differs
+ * from curBitmap[level], inside the search's margins and edge masks; the two
+ * ignored arguments are never read. Reads only rows 0 .. h-1 and, in each,
+ * words 0 .. W-2 of the two bitmaps (never the pad word). Each row is counted
+ * in sixteen 8-bit lanes that wrap at 256: levels 4,001 pixels wide or wider
+ * (32 blocks of 128 pixels per row) can lose multiples of 256 per row.
+ * Where the counting layout has no rule of its own:
+ *   - dx < 0 with 0 < w % 32 <= |dx| (e.g. level widths 129/130 with dx = -2):
+ *     the last data word (word W-2) of both bitmaps takes no part, neither
+ *     compared nor shifted into word W-3 (the edge mask of the other negative
+ *     shifts, all-ones << (|dx| + 32 - w % 32), reaches 32 and clears it), so
+ *     no bit beyond the row's last pixel is compared;
+ *   - a level narrower than 129 pixels, |dx| >= 32, or a level that does not
+ *     exist answers 0 and reads nothing.
+ */
 VIDEOHDR_API int32_t xorTwoPyramid_New(AlignContext *context, int32_t ignored1,
                                        int32_t ignored2, int32_t level, int32_t dy, int32_t dx);
+/*
+ * One level of the search: moves prevBitmap[level] by twice the coarser level's
+ * shift (shiftData), scores the nine candidates 0, -searchStep, +searchStep per
+ * axis and stores the cumulative shift in levelDx/levelDy[level]. A level
+ * narrower than 129 pixels scores 0 everywhere and so adds a zero step.
+ */
 VIDEOHDR_API void shiftPyramid(AlignContext *context, int32_t level);
 /*
  * movedBitmap[level] = prevBitmap[level] moved by (2 levelDx[level + 1],
@@ -206,13 +234,53 @@ VIDEOHDR_API void shiftData(AlignContext *context, int32_t level);
 VIDEOHDR_API void getScanData(AlignContext *context, const uint8_t *prevFrame,
                               const uint8_t *curFrame, uint8_t *outFrame);
 
+/*
+ * Remaps dstPlane's grey levels towards refPlane's distribution (both
+ * width x height, row pitch width), using the context's four histogram
+ * tables. Answers 0, or width * height (32-bit) when that product is below 1,
+ * in which case dstPlane is left as it is. Pixels are visited by rows and
+ * columns, so negative dimensions never touch a pixel (two negative ones
+ * give a positive product: the answer is then 0 and nothing is remapped).
+ */
 VIDEOHDR_API int32_t HistMatching(AlignContext *context, const uint8_t *refPlane,
                                   uint8_t *dstPlane, int32_t width, int32_t height);
+/*
+ * Counts the level-0 bitmap pixels at which the previous frame, displaced by
+ * (dx, dy), disagrees with the current frame, over the exact overlap of the
+ * two frames (plus the set bits beyond a row's end that take part), as a
+ * float. The two ignored arguments are never read. Shifts the word-level
+ * funnel cannot make, |dx| >= 32 or |dx| >= width (dx != 0), and a width
+ * below 1 answer 0.0f without reading anything; so does an empty row overlap
+ * (|dy| >= height). Rows holding more than 31 blocks of four words (widths
+ * above 3,968) wrap the per-row 8-bit lane counters, as on the camera.
+ */
 VIDEOHDR_API float xorTwoResult(AlignContext *context, int32_t ignored1, int32_t ignored2,
                                 int32_t dy, int32_t dx);
+/*
+ * Misalignment fallback after the pyramid search. target, partner and
+ * fallback are w x h luma planes (pitch w, the context's width and height);
+ * target and fallback must hold whole frames of (3 * w * h) / 2 bytes, since
+ * a blur fallback copies the chroma too. Which frames to pass is the
+ * caller's choice. When it blends, the gradient sums read partner and
+ * fallback as Sobel_Neon does: when w % 8 == 1, one byte after partner's
+ * w * h bytes must be readable (fallback's chroma covers its own) and the
+ * result depends on it. A jump skips the sums, which only the blur check uses.
+ */
 VIDEOHDR_API void Back(AlignContext *context, int32_t frameCount, uint8_t *target,
                        const uint8_t *partner, const uint8_t *fallback);
+/* Sum of min(|gx| + |gy|, 255) over every interior pixel; 0.0 below 3 x 3. */
 VIDEOHDR_API double Sobel(const uint8_t *image, int32_t width, int32_t height);
+/*
+ * The block version of Sobel: blocks of eight centres from column 1,
+ * ceil((width - 8) / 8) of them per interior row, no scalar tail, 16-bit lane
+ * sums per row that wrap and count as signed. 0.0 below 3 rows or 9 columns.
+ * The caller's contract: when width % 8 == 1 (and width >= 9, height >= 3)
+ * the last block reads exactly one byte past the plane, image[width *
+ * height], which must be readable and which the result depends on; for any
+ * other width nothing past the plane is read. (In general the last interior
+ * row reads 8k - width + 2 bytes past the plane when that is positive, with
+ * k the blocks per row; it is never more than 1.)
+ */
 VIDEOHDR_API double Sobel_Neon(const uint8_t *image, int32_t width, int32_t height);
 
 /* ------------------------------------------------------------------------ */
