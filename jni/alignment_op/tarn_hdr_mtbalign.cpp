@@ -1,5 +1,6 @@
 // Alignment parameters, the alignment context and its single workspace, the
 // alignment driver, and the release of the alignment state.
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -48,8 +49,11 @@ bool allocateWorkspace(AlignContext *ctx) {
   calCpuDataAlignMem(ctx, &ctx->workSize);
   // The slack past workSize keeps the vector kernels' reads past the last
   // region (the blend buffer's gradient sums) inside the allocation.
+  // On a 32-bit target a workspace within the slack of 4 GiB cannot exist; the
+  // addition must not wrap it into a tiny block that the search then overruns.
+  const bool representable = ctx->workSize <= SIZE_MAX - videohdr::kWorkspaceSlack;
   size_t bytes = size_t{ctx->workSize} + videohdr::kWorkspaceSlack;
-  ctx->workBuf = static_cast<uint8_t *>(std::malloc(bytes));
+  ctx->workBuf = representable ? static_cast<uint8_t *>(std::malloc(bytes)) : nullptr;
   if (!ctx->workBuf) {
     __android_log_print(ANDROID_LOG_INFO, videohdr::kLogTag,
                         "align malloc failed in line number: %d functon: %s file: %s",
