@@ -38,9 +38,20 @@ struct Snapshot {
       : record(bytes(h, sizeof *h)),
         context(bytes(h->alignContext, h->alignContext ? sizeof(AlignContext) : 0)),
         config(bytes(h->alignConfig, h->alignConfig ? sizeof(AlignConfig) : 0)),
-        history(bytes(h->frameBuf0, 2 * VIDEOHDR_FRAME_BUFFER_BYTES)) {}
+        history(filledHistory(h)) {}
   bool operator==(const Snapshot &o) const {
     return record == o.record && context == o.context && config == o.config && history == o.history;
+  }
+  // The frame block starts uncleared: only what the frames filled counts.
+  static std::vector<uint8_t> filledHistory(const VideoHdrHandle *h) {
+    const size_t used = size_t(kGood.stride) * kGood.height * 3 / 2;
+    std::vector<uint8_t> v;
+    const int32_t filled = h->frameCount >= 2 ? 3 : h->frameCount;
+    for (int32_t b = 0; b < filled; ++b) {
+      const uint8_t *buffer = h->frameBuf0 + b * size_t{VIDEOHDR_FRAME_BUFFER_BYTES};
+      v.insert(v.end(), buffer, buffer + used);
+    }
+    return v;
   }
   static std::vector<uint8_t> bytes(const void *p, size_t n) {
     const auto *b = static_cast<const uint8_t *>(p);

@@ -51,7 +51,8 @@ bool allocateWorkspace(AlignContext *ctx) {
   // region (the blend buffer's gradient sums) inside the allocation.
   // On a 32-bit target a workspace within the slack of 4 GiB cannot exist; the
   // addition must not wrap it into a tiny block that the search then overruns.
-  const bool representable = ctx->workSize <= SIZE_MAX - videohdr::kWorkspaceSlack;
+  constexpr size_t kLargestWorkSize = SIZE_MAX - videohdr::kWorkspaceSlack;
+  const bool representable = size_t{ctx->workSize} <= kLargestWorkSize;
   size_t bytes = size_t{ctx->workSize} + videohdr::kWorkspaceSlack;
   ctx->workBuf = representable ? static_cast<uint8_t *>(std::malloc(bytes)) : nullptr;
   if (!ctx->workBuf) {
