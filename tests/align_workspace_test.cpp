@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -228,6 +229,61 @@ TEST(AlignWorkspace, InitParaFillsTheLevelArraysAndCopiesTheLumaFlat) {
   // Only level 0 is filled; the regions behind stay clear.
   EXPECT_EQ(c->prevImage[1][0], 0);
   EXPECT_EQ(c->curImage[1][0], 0);
+}
+
+// ---------------------------------------------------------------------------
+// The driver
+
+std::vector<uint8_t> blockyFrame(int32_t w, int32_t h, uint32_t seed) {
+  std::mt19937 rng(seed);
+  std::vector<uint8_t> f((3 * size_t(w) * h) / 2);
+  for (int32_t y = 0; y < h; ++y)
+    for (int32_t x = 0; x < w; ++x) f[y * w + x] = uint8_t(((x / 7 + y / 3) % 3) * 90 + rng() % 40);
+  for (size_t i = size_t(w) * h; i < f.size(); ++i) f[i] = uint8_t(rng());
+  return f;
+}
+
+TEST(AlignDriver, BuildsTheThresholdsThenLevelsOneToThreeFromTheFrames) {
+  // Against the stages called by hand in their order: a level built before
+  // the one below it, or from the frames swapped, gives other bitmaps.
+  constexpr int32_t w = 1056, h = 24;
+  const std::vector<uint8_t> prev = blockyFrame(w, h, 1), cur = blockyFrame(w, h, 2);
+  AlignFixture driven(w, h), manual(w, h);
+  std::vector<uint8_t> drivenOut(prev.size()), manualOut(prev.size());
+  const int32_t r = AlignProcess(driven.handle(), std::vector<uint8_t>(cur).data(),
+                                 std::vector<uint8_t>(prev).data(), drivenOut.data(), 17);
+  AlignContext *m = manual.context();
+  InitPara(m, prev.data(), cur.data());
+  EXPECT_EQ(r, ThreshBitmap(m, 240, 10));
+  for (int32_t l = 1; l < 4; ++l) buildGaussianPyramid(m, l);
+  const AlignContext *d = driven.context();
+  for (int32_t l = 0; l < 4; ++l) {
+    const size_t bytes = size_t(m->levelPitch[l]) * m->levelHeight[l];
+    EXPECT_EQ(std::memcmp(d->prevBitmap[l], m->prevBitmap[l], bytes), 0) << "level " << l;
+    EXPECT_EQ(std::memcmp(d->curBitmap[l], m->curBitmap[l], bytes), 0) << "level " << l;
+  }
+  // The found shift, filtered from rest, made the output.
+  m->levelDx[0] = d->levelDx[0];
+  m->levelDy[0] = d->levelDy[0];
+  getScanData(m, prev.data(), cur.data(), manualOut.data());
+  EXPECT_EQ(drivenOut, manualOut);
+  EXPECT_EQ(d->lastDx, m->lastDx);
+  EXPECT_EQ(d->lastDy, m->lastDy);
+}
+
+TEST(AlignDriver, FramesNarrowerThanTheSearchGoOutUnmoved) {
+  constexpr int32_t w = 1031, h = 16;  // level 3 would be 128 pixels wide
+  const std::vector<uint8_t> prev = blockyFrame(w, h, 3), cur = blockyFrame(w, h, 4);
+  AlignFixture fx(w, h);
+  std::vector<uint8_t> out(prev.size());
+  std::vector<uint8_t> curCopy = cur, prevCopy = prev;
+  EXPECT_EQ(AlignProcess(fx.handle(), curCopy.data(), prevCopy.data(), out.data(), 1), 0);
+  // w is odd: each chroma row's last byte stays the current frame's.
+  std::vector<uint8_t> expected = prev;
+  for (int32_t r = 0; r < h / 2; ++r) expected[w * h + r * w + w - 1] = cur[w * h + r * w + w - 1];
+  EXPECT_EQ(out, expected);
+  EXPECT_EQ(fx.context()->lastDx, 0);
+  EXPECT_EQ(fx.context()->lastDy, 0);
 }
 
 // ---------------------------------------------------------------------------
