@@ -69,11 +69,13 @@ struct Refusal {
 };
 
 void expectRefused(VideoHdrHandle *h, const Refusal &r) {
-  // A buffer as large as the call says, where that is small enough to exist.
-  const size_t bytes = r.geometry.width > 0 && r.geometry.height > 0 && r.geometry.stride > 0 &&
-                               r.geometry.scanline > 0 && r.geometry.frameBytes() < (64u << 20)
-                           ? r.geometry.frameBytes()
-                           : 4096;
+  // A buffer as large as the call says, where that is small enough to exist
+  // (sized in 64 bits: on 32-bit targets some of these products wrap).
+  const Geometry &g = r.geometry;
+  const bool positive = g.width > 0 && g.height > 0 && g.stride > 0 && g.scanline > 0;
+  const uint64_t wanted =
+      positive ? uint64_t(g.stride) * g.scanline + uint64_t(g.stride) * g.height / 2 : 0;
+  const size_t bytes = wanted > 0 && wanted < (64u << 20) ? size_t(wanted) : 4096;
   std::vector<uint8_t> frame = randomFrame(bytes, 7);
   const std::vector<uint8_t> before = frame;
   const Snapshot state(h);
