@@ -1,1 +1,272 @@
-// Implementation arrives with its operation.
+// The coarse-to-fine shift search: one level at a time, the previous frame's
+// bitmap is moved by twice the coarser level's shift and nine candidate offsets
+// around that start are scored by counting disagreeing bits.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include "align_internal.h"
+#include "search_ops.h"
+
+namespace videohdr {
+namespace {
+
+constexpr uint32_t kAllOnes = 0xFFFFFFFFu;
+
+// Shifts of 32 or more clear the word, as the vector shifts do.
+uint32_t shiftLeft(uint32_t v, int32_t n) { return n >= 32 ? 0 : v << n; }
+uint32_t shiftRight(uint32_t v, int32_t n) { return n >= 32 ? 0 : v >> n; }
+
+// Everything about one candidate that stays the same from row to row.
+//
+// One side of the comparison is "displaced": its word i is funnelled with word
+// i + 1 so that its pixel x + shift lands on x (S for dx >= 0, R for dx < 0).
+// The other side is compared as it stands.
+struct CountPlan {
+  const uint32_t *displaced;  // first visited row of the displaced side
+  const uint32_t *plain;      // first visited row of the other side
+  int32_t pitch;              // words per row, W
+  int32_t rows;
+  int32_t shift;                                // |dx|; 0 leaves the displaced side as it is
+  int32_t bodyBlocks;                           // 16-byte blocks from word 0
+  int32_t tailWords;                            // t = (W - 6) mod 4; 0 means no tail block
+  int32_t lastWord;                             // W - 2, the last data word
+  uint32_t firstMaskDisplaced, firstMaskPlain;  // on word 0, before the funnel
+  uint32_t lastMaskDisplaced, lastMaskPlain;    // on the last data word, in the tail
+  uint32_t bodyEndPartnerMask;                  // on the last body block's funnel partner
+};
+
+// Edge masks of the last data word (r = w mod 32, u = |dx|).
+void setEdgeMasks(int32_t dx, int32_t r, int32_t u, CountPlan *plan) {
+  if (dx == 0) {
+    // Pixel w - 1 is not compared.
+    const uint32_t edge = r == 0 ? 0xFFFFFFFEu : shiftLeft(kAllOnes, 33 - r);
+    plan->lastMaskDisplaced = plan->lastMaskPlain = edge;
+  } else if (dx > 0) {
+    // S's last data word takes no part; only R's bits whose partner x + u
+    // lies inside the row count (r = 0 is covered by r <= u).
+    plan->lastMaskDisplaced = 0;
+    plan->lastMaskPlain = shiftLeft(kAllOnes, r <= u ? u : u + 32 - r);
+  } else {
+    // R's pixels from w - u on are not compared.
+    const int32_t e = r == 0 ? u : u + 32 - r;
+    plan->lastMaskDisplaced = shiftLeft(kAllOnes, e);
+    plan->lastMaskPlain = shiftLeft(kAllOnes, e + u);  // implies the mask << u
+    // With 0 < r <= u the same formula reaches 32 and clears the last data
+    // word of both rows, and when there is no tail (t = 0) it also clears R's
+    // last data word where the body's last block funnels it in: otherwise up
+    // to u - r bits past the row's last pixel would be compared.
+    if (r != 0 && r <= u && plan->tailWords == 0) {
+      plan->bodyEndPartnerMask = plan->lastMaskDisplaced;
+    }
+  }
+}
+
+// Fills `plan` for one candidate; false when the candidate counts nothing (an
+// empty row range) or lies outside the layout (no such level, |dx| >= 32, a
+// level narrower than kMinSearchLevelWidth). Every row read lies inside the
+// level's h rows and every word read inside words 0 .. W - 2 of a row.
+bool makePlan(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx, CountPlan *plan) {
+  if (level < 0 || level >= ctx->levels || dx <= -32 || dx >= 32) return false;
+  const int32_t w = ctx->levelWidth[level];
+  const int32_t h = ctx->levelHeight[level];
+  if (w < kMinSearchLevelWidth) return false;
+  // The margin is symmetric and never below one row: dy = 0 skips the first
+  // and the last row too.
+  const int64_t margin = dy == 0 ? 1 : std::llabs(dy);
+  if (margin >= h - margin) return false;
+
+  const int32_t W = (w + 63) >> 5;
+  const int32_t r = w & 31;
+  const int32_t u = std::abs(dx);
+  const uint32_t *R = ctx->curBitmap[level] + margin * W;
+  const uint32_t *S = ctx->movedBitmap[level] + (margin + dy) * W;
+  plan->displaced = dx >= 0 ? S : R;
+  plan->plain = dx >= 0 ? R : S;
+  plan->pitch = W;
+  plan->rows = static_cast<int32_t>(h - 2 * margin);
+  plan->shift = u;
+  plan->tailWords = (W - 6) % 4;
+  plan->bodyBlocks = (W - 2 - plan->tailWords) / 4;
+  plan->lastWord = W - 2;
+  if (dx == 0) {
+    plan->firstMaskDisplaced = plan->firstMaskPlain = 0x7FFFFFFFu;  // pixel 0 is not compared
+  } else if (dx > 0) {
+    // Applied before the funnel: S loses its first 2u pixels, R its first u.
+    plan->firstMaskDisplaced = shiftRight(kAllOnes, 2 * u);
+    plan->firstMaskPlain = shiftRight(kAllOnes, u);
+  } else {
+    plan->firstMaskDisplaced = plan->firstMaskPlain = kAllOnes;  // no left margin
+  }
+  plan->bodyEndPartnerMask = kAllOnes;
+  setEdgeMasks(dx, r, u, plan);
+  return true;
+}
+
+// The tail block of one side: its t tail words, then its masked last data word.
+// Words t + 1 .. 7 of the scratch block stay zero for the whole call, so the
+// funnel's partner after the last data word is zero.
+void fillTail(const CountPlan &plan, const uint32_t *row, uint32_t mask, uint32_t *scratch) {
+  const int32_t t = plan.tailWords;
+  std::memcpy(scratch, row + plan.lastWord - t, sizeof(uint32_t) * t);
+  scratch[t] = row[plan.lastWord] & mask;
+}
+
+uint32_t funnelPortable(uint32_t cur, uint32_t next, int32_t u) {
+  return shiftLeft(cur, u) | shiftRight(next, 32 - u);
+}
+
+// Adds one 16-byte block to the row's sixteen 8-bit lanes. Lane j counts byte j
+// of the block read as four little-endian words, and wraps at 256 like a vector
+// lane (a row of 32 or more blocks can wrap; the count keeps that).
+void addBlockPortable(const uint32_t *d, const uint32_t *p, int32_t u, uint8_t *lanes) {
+  for (int k = 0; k < 4; ++k) {
+    const uint32_t x = funnelPortable(d[k], d[k + 1], u) ^ p[k];
+    for (int b = 0; b < 4; ++b) {
+      lanes[4 * k + b] += static_cast<uint8_t>(__builtin_popcount((x >> (8 * b)) & 0xFFu));
+    }
+  }
+}
+
+uint32_t countRowPortable(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
+                          uint32_t *scratchD, uint32_t *scratchP) {
+  uint8_t lanes[16] = {};
+  for (int32_t b = 0; b < plan.bodyBlocks; ++b) {
+    uint32_t dw[5], pw[4];
+    std::memcpy(dw, d + 4 * b, sizeof dw);
+    std::memcpy(pw, p + 4 * b, sizeof pw);
+    if (b == 0) {
+      dw[0] &= plan.firstMaskDisplaced;
+      pw[0] &= plan.firstMaskPlain;
+    }
+    if (b == plan.bodyBlocks - 1) dw[4] &= plan.bodyEndPartnerMask;
+    addBlockPortable(dw, pw, plan.shift, lanes);
+  }
+  if (plan.tailWords != 0) {
+    fillTail(plan, d, plan.lastMaskDisplaced, scratchD);
+    fillTail(plan, p, plan.lastMaskPlain, scratchP);
+    addBlockPortable(scratchD, scratchP, plan.shift, lanes);
+  }
+  // Widened once per row, so the lanes' wrap-around stays in the count.
+  uint32_t sum = 0;
+  for (uint8_t lane : lanes) sum += lane;
+  return sum;
+}
+
+#if VIDEOHDR_HAVE_NEON
+// Per-lane shifts by u and by u - 32; a right shift by 32 (dx = 0) clears the
+// lane, so the same code serves the undisplaced case.
+uint32x4_t funnelNeon(uint32x4_t cur, uint32x4_t next, int32x4_t left, int32x4_t right) {
+  return vorrq_u32(vshlq_u32(cur, left), vshlq_u32(next, right));
+}
+
+uint8x16_t addBlockNeon(uint8x16_t lanes, uint32x4_t d, uint32x4_t dNext, uint32x4_t p,
+                        int32x4_t left, int32x4_t right) {
+  const uint32x4_t x = veorq_u32(funnelNeon(d, dNext, left, right), p);
+  return vaddq_u8(lanes, vcntq_u8(vreinterpretq_u8_u32(x)));
+}
+
+uint32x4_t countRowNeon(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
+                        uint32_t *scratchD, uint32_t *scratchP) {
+  const int32x4_t left = vdupq_n_s32(plan.shift);
+  const int32x4_t right = vdupq_n_s32(plan.shift - 32);
+  const uint32x4_t ones = vdupq_n_u32(kAllOnes);
+  const uint32x4_t firstD = vsetq_lane_u32(plan.firstMaskDisplaced, ones, 0);
+  const uint32x4_t firstP = vsetq_lane_u32(plan.firstMaskPlain, ones, 0);
+  const uint32x4_t endPartner = vsetq_lane_u32(plan.bodyEndPartnerMask, ones, 3);
+  uint8x16_t lanes = vdupq_n_u8(0);
+  for (int32_t b = 0; b < plan.bodyBlocks; ++b) {
+    uint32x4_t dv = vld1q_u32(d + 4 * b), next = vld1q_u32(d + 4 * b + 1);
+    uint32x4_t pv = vld1q_u32(p + 4 * b);
+    if (b == 0) {
+      dv = vandq_u32(dv, firstD);
+      pv = vandq_u32(pv, firstP);
+    }
+    if (b == plan.bodyBlocks - 1) next = vandq_u32(next, endPartner);
+    lanes = addBlockNeon(lanes, dv, next, pv, left, right);
+  }
+  if (plan.tailWords != 0) {
+    fillTail(plan, d, plan.lastMaskDisplaced, scratchD);
+    fillTail(plan, p, plan.lastMaskPlain, scratchP);
+    lanes = addBlockNeon(lanes, vld1q_u32(scratchD), vld1q_u32(scratchD + 1), vld1q_u32(scratchP),
+                         left, right);
+  }
+  return vpaddlq_u16(vpaddlq_u8(lanes));
+}
+#endif
+
+}  // namespace
+
+int32_t xorTwoPyramidPortable(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx) {
+  CountPlan plan;
+  if (!makePlan(ctx, level, dy, dx, &plan)) return 0;
+  uint32_t scratchD[8] = {}, scratchP[8] = {};
+  uint32_t total = 0;
+  for (int32_t y = 0; y < plan.rows; ++y) {
+    const ptrdiff_t offset = static_cast<ptrdiff_t>(y) * plan.pitch;
+    total +=
+        countRowPortable(plan, plan.displaced + offset, plan.plain + offset, scratchD, scratchP);
+  }
+  return static_cast<int32_t>(total);
+}
+
+#if VIDEOHDR_HAVE_NEON
+int32_t xorTwoPyramidNeon(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx) {
+  CountPlan plan;
+  if (!makePlan(ctx, level, dy, dx, &plan)) return 0;
+  alignas(16) uint32_t scratchD[8] = {}, scratchP[8] = {};
+  uint32x4_t totals = vdupq_n_u32(0);
+  for (int32_t y = 0; y < plan.rows; ++y) {
+    const ptrdiff_t offset = static_cast<ptrdiff_t>(y) * plan.pitch;
+    totals = vaddq_u32(totals, countRowNeon(plan, plan.displaced + offset, plan.plain + offset,
+                                            scratchD, scratchP));
+  }
+  const uint32x2_t half = vadd_u32(vget_low_u32(totals), vget_high_u32(totals));
+  return static_cast<int32_t>(vget_lane_u32(vpadd_u32(half, half), 0));
+}
+#endif
+
+void searchAllLevels(AlignContext *ctx) {
+  if (ctx->levelWidth[ctx->levels - 1] < kMinSearchLevelWidth) {
+    storeZeroShift(ctx);
+    return;
+  }
+  for (int32_t l = ctx->levels - 1; l >= 0; --l) shiftPyramid(ctx, l);
+}
+
+}  // namespace videohdr
+
+extern "C" {
+
+int32_t xorTwoPyramid_New(AlignContext *context, int32_t /*ignored1*/, int32_t /*ignored2*/,
+                          int32_t level, int32_t dy, int32_t dx) {
+#if VIDEOHDR_NATIVE_NEON
+  return videohdr::xorTwoPyramidNeon(context, level, dy, dx);
+#else
+  return videohdr::xorTwoPyramidPortable(context, level, dy, dx);
+#endif
+}
+
+void shiftPyramid(AlignContext *context, int32_t level) {
+  shiftData(context, level);
+  const int32_t s = context->searchStep;
+  const int32_t offsets[3] = {0, -s, s};
+  // Strictly less: a tie goes to the candidate tried first, so (0, 0) wins
+  // every tie it takes part in.
+  int32_t best = INT32_MAX, bestDx = 0, bestDy = 0;
+  for (int i = 0; i < 9; ++i) {
+    const int32_t dy = offsets[i / 3], dx = offsets[i % 3];
+    const int32_t score = xorTwoPyramid_New(context, 0, 0, level, dy, dx);
+    if (score < best) {
+      best = score;
+      bestDx = dx;
+      bestDy = dy;
+    }
+  }
+  // Stored cumulatively: the coarser level's shift, doubled, plus this level's step.
+  const bool coarsest = level == context->levels - 1;
+  context->levelDx[level] = bestDx + (coarsest ? 0 : 2 * context->levelDx[level + 1]);
+  context->levelDy[level] = bestDy + (coarsest ? 0 : 2 * context->levelDy[level + 1]);
+}
+
+}  // extern "C"

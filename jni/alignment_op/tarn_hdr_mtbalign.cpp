@@ -7,6 +7,7 @@
 #include "../hdr_log.h"
 #include "../videohdr.h"
 #include "align_internal.h"
+#include "search_ops.h"
 
 namespace {
 
@@ -189,7 +190,7 @@ int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFra
   InitPara(ctx, prevFrame, curFrame);
   const int32_t brighterPrev = ThreshBitmap(ctx, ctx->maxThreshold, ctx->minThreshold);
   for (int32_t l = 1; l < ctx->levels; ++l) buildGaussianPyramid(ctx, l);
-  videohdr::storeZeroShift(ctx);
+  videohdr::searchAllLevels(ctx);
   getScanData(ctx, prevFrame, curFrame, outFrame);
   return brighterPrev;
 }
