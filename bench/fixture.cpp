@@ -86,6 +86,10 @@ const std::vector<KernelCase> &kernelCases() {
        [](Fixture &f) {
          getScanData(f.align(), f.previous(), f.current(), f.handle()->alignedBuf);
        }},
+      {"ExposureFusionNeon",
+       [](Fixture &f) {
+         ExposureFusionNeon(f.handle(), f.current(), f.handle()->alignedBuf, f.frame());
+       }},
       // The plane operations, on the fusion context's planes that the kernel
       // leaves unused: a half plane from the current luma, smoothed, doubled.
       {"downScale_2x_uint8_t_NEON",
