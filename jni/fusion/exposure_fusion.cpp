@@ -74,6 +74,8 @@ struct FusionKernels {
   decltype(&upscale2xReplicatePortable) upscale2x;
   decltype(&blendLumaPortable) blendLuma;
   decltype(&blendChromaRowPortable) blendChromaRow;
+  decltype(&lookupEvenSamplesPortable) lookupEvenSamples;
+  decltype(&doubleAndBlendRowsPortable) doubleAndBlendRows;
 };
 
 int32_t sampledLumaSum(const uint8_t *luma, int32_t stride, int32_t height) {
@@ -162,10 +164,51 @@ void blendChroma(const ExposurePair &pair, const uint8_t *Q0, uint8_t *output,
   }
 }
 
+// Frames whose rows are whole blocks at both resolutions (a stride that is a
+// multiple of 32), with an even height of at least 14 rows that fits the
+// planes: no block loop runs past a row, both smoothing passes run, and the
+// doubling rewrites every byte of P. The lookup's values in P are then read
+// only at even rows and columns, by the decimation, before the doubling
+// overwrites them, so the lookup is made at those positions only, straight
+// into Q0; and the doubling runs row pair by row pair together with the two
+// blends that read it. Every plane and the output get the same bytes as
+// through the plane operations.
+bool wholeBlockFrame(const FusionContext &ctx, const FusionGeometry &g) {
+  return g.stride % 32 == 0 && g.height % 2 == 0 && g.halfHeight >= kMinColumnsFilterHeight &&
+         g.halfWidth >= kMinRowsFilterWidth && ctx.scanline >= ctx.height;
+}
+
+void fuseWholeBlockFrame(const FusionContext &ctx, const ExposurePair &pair,
+                         const FusionGeometry &g, uint8_t *output, const FusionKernels &k) {
+  uint8_t *P = ctx.weightPlanes[0];
+  uint8_t *Q0 = ctx.halfWeightPlanes[0];
+  uint8_t *Q1 = ctx.halfWeightPlanes[1];
+  const int32_t h = g.halfHeight, w = g.halfWidth, W = g.stride;
+  for (int32_t r = 0; r < h; ++r) {
+    const ptrdiff_t even = static_cast<ptrdiff_t>(2 * r) * W;
+    k.lookupEvenSamples(pair.bright + even, pair.dark + even, ctx.toneCurves[1], Q0 + r * w, w);
+  }
+  k.filterRows7(Q0, Q1, w, h, kSmoothBorder, Filter7::Smooth);
+  k.filterColumns7(Q1, Q0, w, h, kSmoothBorder, Filter7::Smooth);
+  const FrameRows bright = {pair.bright, pair.bright + g.lumaBytes};
+  const FrameRows dark = {pair.dark, pair.dark + g.lumaBytes};
+  for (int32_t r = 0; r < h; ++r) {
+    const ptrdiff_t luma = static_cast<ptrdiff_t>(2 * r) * W,
+                    chroma = static_cast<ptrdiff_t>(r) * W;
+    k.doubleAndBlendRows({bright.luma + luma, bright.chroma + chroma},
+                         {dark.luma + luma, dark.chroma + chroma}, Q0 + r * w, P + luma,
+                         {output + luma, output + g.chromaOffset + chroma}, W);
+  }
+}
+
 void runFusion(const FusionContext &ctx, const uint8_t *current, const uint8_t *previous,
                uint8_t *output, const FusionKernels &k) {
   const FusionGeometry g = geometryOf(ctx);
   const ExposurePair pair = chooseBrightDark(current, previous, g.stride, g.height);
+  if (wholeBlockFrame(ctx, g)) {
+    fuseWholeBlockFrame(ctx, pair, g, output, k);
+    return;
+  }
   buildWeightMap(ctx, pair, g, k);
   k.blendLuma(pair.bright, pair.dark, ctx.weightPlanes[0], output, g.lumaBytes);
   if (g.height >= 2 && g.stride >= 1) blendChroma(pair, ctx.halfWeightPlanes[0], output, g, k);
@@ -231,12 +274,27 @@ void blendChromaRowPortable(const uint8_t *bright, const uint8_t *dark, const ui
   }
 }
 
+void lookupEvenSamplesPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
+                               uint8_t *weights, int32_t count) {
+  for (int32_t c = 0; c < count; ++c) weights[c] = table[std::min(bright[2 * c], dark[2 * c])];
+}
+
+// The doubled rows first, then the luma blend over them as one run of two
+// rows: both loops vectorise.
+void doubleAndBlendRowsPortable(FrameRows bright, FrameRows dark, const uint8_t *weights,
+                                uint8_t *doubled, OutputRows out, int32_t stride) {
+  for (int32_t c = 0; c < stride / 2; ++c) doubled[2 * c] = doubled[2 * c + 1] = weights[c];
+  std::memcpy(doubled + stride, doubled, static_cast<size_t>(stride));
+  blendLumaPortable(bright.luma, dark.luma, doubled, out.luma, 2 * stride);
+  blendChromaRowPortable(bright.chroma, dark.chroma, weights, out.chroma, stride);
+}
+
 void exposureFusionPortable(const FusionContext &ctx, const uint8_t *current,
                             const uint8_t *previous, uint8_t *output) {
-  static constexpr FusionKernels kPortable = {lookupWeightsPortable,      downScale2xPortable,
-                                              filterRows7Portable,        filterColumns7Portable,
-                                              upscale2xReplicatePortable, blendLumaPortable,
-                                              blendChromaRowPortable};
+  static constexpr FusionKernels kPortable = {
+      lookupWeightsPortable,  downScale2xPortable,        filterRows7Portable,
+      filterColumns7Portable, upscale2xReplicatePortable, blendLumaPortable,
+      blendChromaRowPortable, lookupEvenSamplesPortable,  doubleAndBlendRowsPortable};
   runFusion(ctx, current, previous, output, kPortable);
 }
 
@@ -300,11 +358,80 @@ void blendChromaRowNeon(const uint8_t *bright, const uint8_t *dark, const uint8_
                          count - blockEnd);
 }
 
+namespace {
+
+// table[index] for 2 x 16 indices: the table as eight 32-byte slices, and
+// for each slice one table lookup per 8 indices that leaves the lanes whose
+// index falls outside the slice alone. Subtracting 32 after every slice walks
+// each index through exactly one slice.
+void lookupTableNeon(const uint8_t *table, uint8x16_t (&index)[2], uint8x16_t (&value)[2]) {
+  const uint8x16_t sliceBytes = vdupq_n_u8(32);
+  uint8x8_t lanes[4] = {vdup_n_u8(0), vdup_n_u8(0), vdup_n_u8(0), vdup_n_u8(0)};
+  for (int s = 0; s < 8; ++s) {
+    const uint8x16_t a = vld1q_u8(table + 32 * s), b = vld1q_u8(table + 32 * s + 16);
+    const uint8x8x4_t slice = {{vget_low_u8(a), vget_high_u8(a), vget_low_u8(b), vget_high_u8(b)}};
+    for (int v = 0; v < 2; ++v) {
+      lanes[2 * v] = vtbx4_u8(lanes[2 * v], slice, vget_low_u8(index[v]));
+      lanes[2 * v + 1] = vtbx4_u8(lanes[2 * v + 1], slice, vget_high_u8(index[v]));
+      index[v] = vsubq_u8(index[v], sliceBytes);
+    }
+  }
+  value[0] = vcombine_u8(lanes[0], lanes[1]);
+  value[1] = vcombine_u8(lanes[2], lanes[3]);
+}
+
+inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x16_t weight) {
+  return vcombine_u8(weightedBlendNeon(vget_low_u8(x), vget_low_u8(y), vget_low_u8(weight)),
+                     weightedBlendNeon(vget_high_u8(x), vget_high_u8(y), vget_high_u8(weight)));
+}
+
+}  // namespace
+
+// 32 samples per step (a de-interleaving load keeps the even bytes), so the
+// table slices are loaded once per 32 lookups; a last group of 16 takes the
+// same step with its second half unused. count is a multiple of 16.
+void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
+                           uint8_t *weights, int32_t count) {
+  for (int32_t c = 0; c < count; c += 32) {
+    const bool pair = c + 32 <= count;
+    uint8x16_t index[2], value[2];
+    for (int v = 0; v < 2; ++v) {
+      const int32_t at = pair ? c + 16 * v : c;
+      index[v] = vminq_u8(vld2q_u8(bright + 2 * at).val[0], vld2q_u8(dark + 2 * at).val[0]);
+    }
+    lookupTableNeon(table, index, value);
+    vst1q_u8(weights + c, value[0]);
+    if (pair) vst1q_u8(weights + c + 16, value[1]);
+  }
+}
+
+// 16 columns per step: eight weights, zipped with themselves for the doubled
+// rows and the luma, taken twice over for the chroma block. stride is a
+// multiple of 16.
+void doubleAndBlendRowsNeon(FrameRows bright, FrameRows dark, const uint8_t *weights,
+                            uint8_t *doubled, OutputRows out, int32_t stride) {
+  for (int32_t x = 0; x < stride; x += 16) {
+    const uint8x8_t eight = vld1_u8(weights + x / 2);
+    const uint8x8x2_t zipped = vzip_u8(eight, eight);
+    const uint8x16_t weight = vcombine_u8(zipped.val[0], zipped.val[1]);
+    for (int32_t row = 0; row < 2; ++row) {
+      const ptrdiff_t at = static_cast<ptrdiff_t>(row) * stride + x;
+      vst1q_u8(doubled + at, weight);
+      vst1q_u8(out.luma + at,
+               weightedBlendNeon(vld1q_u8(bright.luma + at), vld1q_u8(dark.luma + at), weight));
+    }
+    vst1q_u8(out.chroma + x,
+             weightedBlendNeon(vld1q_u8(dark.chroma + x), vld1q_u8(bright.chroma + x),
+                               vcombine_u8(eight, eight)));
+  }
+}
+
 void exposureFusionNeon(const FusionContext &ctx, const uint8_t *current, const uint8_t *previous,
                         uint8_t *output) {
   static constexpr FusionKernels kNeon = {
-      lookupWeightsNeon,      downScale2xNeon, filterRows7Neon,   filterColumns7Neon,
-      upscale2xReplicateNeon, blendLumaNeon,   blendChromaRowNeon};
+      lookupWeightsNeon,  downScale2xNeon,        filterRows7Neon,
+      filterColumns7Neon, upscale2xReplicateNeon, blendLumaNeon,
+      blendChromaRowNeon, lookupEvenSamplesNeon,  doubleAndBlendRowsNeon};
   runFusion(ctx, current, previous, output, kNeon);
 }
 #endif  // VIDEOHDR_HAVE_NEON

@@ -39,6 +39,30 @@ void blendLumaPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t
 void blendChromaRowPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
                             uint8_t *out, int32_t count);
 
+// A luma row pair (the second row `stride` bytes after the first) and the
+// chroma row between them.
+struct FrameRows {
+  const uint8_t *luma;
+  const uint8_t *chroma;
+};
+struct OutputRows {
+  uint8_t *luma;
+  uint8_t *chroma;
+};
+
+// One even row's weights straight from the frames: weights[c] =
+// table[min(bright[2c], dark[2c])] for c < count (the lookup at the positions
+// the decimation keeps). The NEON version takes count a multiple of 16.
+void lookupEvenSamplesPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
+                               uint8_t *weights, int32_t count);
+
+// Half-resolution weight row r doubled into luma rows 2r and 2r + 1 of the
+// weight plane (pitch stride), both luma rows blended with those weights, and
+// chroma row r blended as blendChromaRowPortable does with `weights`. The NEON
+// version takes stride a multiple of 16.
+void doubleAndBlendRowsPortable(FrameRows bright, FrameRows dark, const uint8_t *weights,
+                                uint8_t *doubled, OutputRows out, int32_t stride);
+
 // The whole kernel on the context's geometry, tables and planes.
 void exposureFusionPortable(const FusionContext &ctx, const uint8_t *current,
                             const uint8_t *previous, uint8_t *output);
@@ -50,6 +74,10 @@ void blendLumaNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *we
                    int32_t count);
 void blendChromaRowNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
                         uint8_t *out, int32_t count);
+void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
+                           uint8_t *weights, int32_t count);
+void doubleAndBlendRowsNeon(FrameRows bright, FrameRows dark, const uint8_t *weights,
+                            uint8_t *doubled, OutputRows out, int32_t stride);
 void exposureFusionNeon(const FusionContext &ctx, const uint8_t *current, const uint8_t *previous,
                         uint8_t *output);
 #endif
