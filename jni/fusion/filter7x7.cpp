@@ -15,15 +15,28 @@ namespace {
 constexpr int kTaps = 7;
 constexpr int kBlock = 8;  // results per block, in both passes
 
-struct Kernel7 {
-  uint16_t tap[kTaps];
-  int shift;
+// Both kernels are symmetric, so a result is t0 (x0 + x6) + t1 (x1 + x5) +
+// t2 (x2 + x4) + t3 x3: four products instead of seven. The taps are
+// compile-time constants of each instantiation.
+template <Filter7 K>
+struct Kernel7;
+template <>
+struct Kernel7<Filter7::Tent> {
+  static constexpr uint16_t t0 = 1, t1 = 2, t2 = 3, t3 = 4;
+  static constexpr int shift = 4;
+};
+template <>
+struct Kernel7<Filter7::Smooth> {
+  static constexpr uint16_t t0 = 4, t1 = 4, t2 = 5, t3 = 6;
+  static constexpr int shift = 5;
 };
 
-const Kernel7 &kernelOf(Filter7 kernel) {
-  static constexpr Kernel7 kTent = {{1, 2, 3, 4, 3, 2, 1}, 4};
-  static constexpr Kernel7 kSmooth = {{4, 4, 5, 6, 5, 4, 4}, 5};
-  return kernel == Filter7::Tent ? kTent : kSmooth;
+template <Filter7 K>
+uint8_t filterValue(int x0, int x1, int x2, int x3, int x4, int x5, int x6) {
+  using k = Kernel7<K>;
+  const uint16_t sum =
+      static_cast<uint16_t>(k::t0 * (x0 + x6) + k::t1 * (x1 + x5) + k::t2 * (x2 + x4) + k::t3 * x3);
+  return static_cast<uint8_t>(sum >> k::shift);
 }
 
 // A negative border would place results before the destination, so such a
@@ -54,73 +67,162 @@ int32_t windowRow(int32_t index, int32_t border) {
 // Only whole blocks of 8 columns are filtered; trailing columns are left alone.
 int32_t columnPassColumns(int32_t width) { return width / kBlock * kBlock; }
 
-}  // namespace
-
+template <Filter7 K>
 void filterRows7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
-                         int32_t border, Filter7 kernel) {
-  if (!rowPassRuns(width, height, border)) return;
-  const Kernel7 &k = kernelOf(kernel);
+                         int32_t border) {
   const int32_t outputs = rowPassOutputs(width, border);
   for (int32_t y = 0; y < height; ++y) {
     const uint8_t *s = planeRow(src, y, width);
     uint8_t *d = planeRow(dst, y, width) + border;
-    for (int32_t x = 0; x < outputs; ++x) {
-      uint32_t sum = 0;
-      for (int m = 0; m < kTaps; ++m) sum += k.tap[m] * s[x + m];
-      d[x] = static_cast<uint8_t>(sum >> k.shift);
-    }
+    for (int32_t x = 0; x < outputs; ++x)
+      d[x] = filterValue<K>(s[x], s[x + 1], s[x + 2], s[x + 3], s[x + 4], s[x + 5], s[x + 6]);
   }
 }
 
+// Output row t from the seven source rows of its window, all columns.
+template <Filter7 K>
 void filterColumns7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
-                            int32_t border, Filter7 kernel) {
-  if (!columnPassRuns(width, height, border)) return;
-  const Kernel7 &k = kernelOf(kernel);
+                            int32_t border) {
   const int32_t columns = columnPassColumns(width);
   for (int32_t t = 0; t < height - 2 * border; ++t) {
     const uint8_t *line[kTaps];
     for (int m = 0; m < kTaps; ++m) line[m] = planeRow(src, windowRow(t + m, border), width);
     uint8_t *d = planeRow(dst, border + t, width);
     for (int32_t x = 0; x < columns; ++x) {
-      uint32_t sum = 0;
-      for (int m = 0; m < kTaps; ++m) sum += k.tap[m] * line[m][x];
-      d[x] = static_cast<uint8_t>(sum >> k.shift);
+      d[x] = filterValue<K>(line[0][x], line[1][x], line[2][x], line[3][x], line[4][x], line[5][x],
+                            line[6][x]);
     }
   }
+}
+
+}  // namespace
+
+void filterRows7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                         int32_t border, Filter7 kernel) {
+  if (!rowPassRuns(width, height, border)) return;
+  if (kernel == Filter7::Tent)
+    filterRows7Portable<Filter7::Tent>(src, dst, width, height, border);
+  else
+    filterRows7Portable<Filter7::Smooth>(src, dst, width, height, border);
+}
+
+void filterColumns7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                            int32_t border, Filter7 kernel) {
+  if (!columnPassRuns(width, height, border)) return;
+  if (kernel == Filter7::Tent)
+    filterColumns7Portable<Filter7::Tent>(src, dst, width, height, border);
+  else
+    filterColumns7Portable<Filter7::Smooth>(src, dst, width, height, border);
 }
 
 #if VIDEOHDR_HAVE_NEON
 namespace {
 
-// Bytes of a horizontal block that its eight results use; the block loads 16.
+// Bytes of a horizontal block of 8 results that they use; the block loads 16.
 constexpr int kRowBlockSpan = kBlock + kTaps - 1;
 constexpr int kRowBlockLoad = 16;
+// A double block (16 results) loads 32 bytes.
+constexpr int kDoubleBlockLoad = 32;
 
-uint16x8_t weighSum(const uint16x8_t (&x)[kTaps], const Kernel7 &k) {
-  uint16x8_t sum = vmulq_n_u16(x[0], k.tap[0]);
-  for (int m = 1; m < kTaps; ++m) sum = vmlaq_n_u16(sum, x[m], k.tap[m]);
-  return sum;
+// The weighted sum of seven operand vectors, by symmetric pairs.
+template <Filter7 K>
+uint8x8_t filterLanes(uint8x8_t x0, uint8x8_t x1, uint8x8_t x2, uint8x8_t x3, uint8x8_t x4,
+                      uint8x8_t x5, uint8x8_t x6) {
+  using k = Kernel7<K>;
+  uint16x8_t sum = vmull_u8(x3, vdup_n_u8(k::t3));
+  sum = vmlaq_n_u16(sum, vaddl_u8(x2, x4), k::t2);
+  sum = vmlaq_n_u16(sum, vaddl_u8(x1, x5), k::t1);
+  sum = vmlaq_n_u16(sum, vaddl_u8(x0, x6), k::t0);
+  return vshrn_n_u16(sum, k::shift);
 }
 
-// vshrn takes its shift as an immediate.
-uint8x8_t narrowSum(uint16x8_t sum, const Kernel7 &k) {
-  return k.shift == 4 ? vshrn_n_u16(sum, 4) : vshrn_n_u16(sum, 5);
-}
-
-// Eight results from 16 loaded bytes: the seven operands are the two
-// widened halves joined at lane offsets 0..6, so each byte is loaded once.
-uint8x8_t filterRowBlockNeon(const uint8_t *s, const Kernel7 &k) {
+// Eight results from 16 loaded bytes: the seven operands are the bytes at
+// lane offsets 0..6 of the two halves joined, so each byte is loaded once.
+template <Filter7 K>
+uint8x8_t filterRowBlockNeon(const uint8_t *s) {
   const uint8x16_t bytes = vld1q_u8(s);
-  const uint16x8_t lo = vmovl_u8(vget_low_u8(bytes));
-  const uint16x8_t hi = vmovl_u8(vget_high_u8(bytes));
-  const uint16x8_t x[kTaps] = {lo,
-                               vextq_u16(lo, hi, 1),
-                               vextq_u16(lo, hi, 2),
-                               vextq_u16(lo, hi, 3),
-                               vextq_u16(lo, hi, 4),
-                               vextq_u16(lo, hi, 5),
-                               vextq_u16(lo, hi, 6)};
-  return narrowSum(weighSum(x, k), k);
+  const uint8x8_t lo = vget_low_u8(bytes), hi = vget_high_u8(bytes);
+  return filterLanes<K>(lo, vext_u8(lo, hi, 1), vext_u8(lo, hi, 2), vext_u8(lo, hi, 3),
+                        vext_u8(lo, hi, 4), vext_u8(lo, hi, 5), vext_u8(lo, hi, 6));
+}
+
+// Sixteen results from 32 loaded bytes, the same way on 16-byte vectors.
+template <Filter7 K>
+uint8x16_t filterRowDoubleBlockNeon(const uint8_t *s) {
+  const uint8x16_t a = vld1q_u8(s), b = vld1q_u8(s + 16);
+  const uint8x16_t x[kTaps] = {a,
+                               vextq_u8(a, b, 1),
+                               vextq_u8(a, b, 2),
+                               vextq_u8(a, b, 3),
+                               vextq_u8(a, b, 4),
+                               vextq_u8(a, b, 5),
+                               vextq_u8(a, b, 6)};
+  const uint8x8_t lo =
+      filterLanes<K>(vget_low_u8(x[0]), vget_low_u8(x[1]), vget_low_u8(x[2]), vget_low_u8(x[3]),
+                     vget_low_u8(x[4]), vget_low_u8(x[5]), vget_low_u8(x[6]));
+  const uint8x8_t hi =
+      filterLanes<K>(vget_high_u8(x[0]), vget_high_u8(x[1]), vget_high_u8(x[2]), vget_high_u8(x[3]),
+                     vget_high_u8(x[4]), vget_high_u8(x[5]), vget_high_u8(x[6]));
+  return vcombine_u8(lo, hi);
+}
+
+template <Filter7 K>
+void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                     int32_t border) {
+  const int32_t outputs = rowPassOutputs(width, border);
+  const int64_t planeBytes = static_cast<int64_t>(width) * height;
+  for (int32_t y = 0; y < height; ++y) {
+    const uint8_t *s = planeRow(src, y, width);
+    uint8_t *d = planeRow(dst, y, width) + border;
+    const int64_t rowStart = static_cast<int64_t>(y) * width;
+    int32_t x = 0;
+    // Double blocks while their 32-byte loads stay inside the plane.
+    for (; x + 2 * kBlock <= outputs && rowStart + x + kDoubleBlockLoad <= planeBytes;
+         x += 2 * kBlock) {
+      vst1q_u8(d + x, filterRowDoubleBlockNeon<K>(s + x));
+    }
+    for (; x < outputs; x += kBlock) {
+      // A block's 16-byte load runs two bytes past the bytes it uses; at the
+      // end of the plane only the used bytes are read, through a copy.
+      if (rowStart + x + kRowBlockLoad <= planeBytes) {
+        vst1_u8(d + x, filterRowBlockNeon<K>(s + x));
+      } else {
+        uint8_t tail[kRowBlockLoad] = {};
+        std::memcpy(tail, s + x, kRowBlockSpan);
+        vst1_u8(d + x, filterRowBlockNeon<K>(tail));
+      }
+    }
+  }
+}
+
+// Output row by output row, from the seven source rows of its window: 16
+// columns per step, then a last block of 8.
+template <Filter7 K>
+void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                        int32_t border) {
+  const int32_t columns = columnPassColumns(width);
+  for (int32_t t = 0; t < height - 2 * border; ++t) {
+    const uint8_t *l[kTaps];
+    for (int m = 0; m < kTaps; ++m) l[m] = planeRow(src, windowRow(t + m, border), width);
+    uint8_t *d = planeRow(dst, border + t, width);
+    int32_t c = 0;
+    for (; c + 2 * kBlock <= columns; c += 2 * kBlock) {
+      uint8x16_t x[kTaps];
+      for (int m = 0; m < kTaps; ++m) x[m] = vld1q_u8(l[m] + c);
+      const uint8x8_t lo =
+          filterLanes<K>(vget_low_u8(x[0]), vget_low_u8(x[1]), vget_low_u8(x[2]), vget_low_u8(x[3]),
+                         vget_low_u8(x[4]), vget_low_u8(x[5]), vget_low_u8(x[6]));
+      const uint8x8_t hi = filterLanes<K>(
+          vget_high_u8(x[0]), vget_high_u8(x[1]), vget_high_u8(x[2]), vget_high_u8(x[3]),
+          vget_high_u8(x[4]), vget_high_u8(x[5]), vget_high_u8(x[6]));
+      vst1q_u8(d + c, vcombine_u8(lo, hi));
+    }
+    if (c < columns) {
+      vst1_u8(d + c, filterLanes<K>(vld1_u8(l[0] + c), vld1_u8(l[1] + c), vld1_u8(l[2] + c),
+                                    vld1_u8(l[3] + c), vld1_u8(l[4] + c), vld1_u8(l[5] + c),
+                                    vld1_u8(l[6] + c)));
+    }
+  }
 }
 
 }  // namespace
@@ -128,45 +230,19 @@ uint8x8_t filterRowBlockNeon(const uint8_t *s, const Kernel7 &k) {
 void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                      int32_t border, Filter7 kernel) {
   if (!rowPassRuns(width, height, border)) return;
-  const Kernel7 &k = kernelOf(kernel);
-  const int32_t outputs = rowPassOutputs(width, border);
-  const int64_t planeBytes = static_cast<int64_t>(width) * height;
-  for (int32_t y = 0; y < height; ++y) {
-    const uint8_t *s = planeRow(src, y, width);
-    uint8_t *d = planeRow(dst, y, width) + border;
-    for (int32_t x = 0; x < outputs; x += kBlock) {
-      // A block's 16-byte load runs two bytes past the bytes it uses; at the
-      // end of the plane only the used bytes are read, through a copy.
-      if (static_cast<int64_t>(y) * width + x + kRowBlockLoad <= planeBytes) {
-        vst1_u8(d + x, filterRowBlockNeon(s + x, k));
-      } else {
-        uint8_t tail[kRowBlockLoad] = {};
-        std::memcpy(tail, s + x, kRowBlockSpan);
-        vst1_u8(d + x, filterRowBlockNeon(tail, k));
-      }
-    }
-  }
+  if (kernel == Filter7::Tent)
+    filterRows7Neon<Filter7::Tent>(src, dst, width, height, border);
+  else
+    filterRows7Neon<Filter7::Smooth>(src, dst, width, height, border);
 }
 
 void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                         int32_t border, Filter7 kernel) {
   if (!columnPassRuns(width, height, border)) return;
-  const Kernel7 &k = kernelOf(kernel);
-  const int32_t outputs = height - 2 * border;
-  const int32_t columns = columnPassColumns(width);
-  for (int32_t c = 0; c < columns; c += kBlock) {
-    uint16x8_t line[kTaps];
-    for (int m = 0; m < kTaps; ++m)
-      line[m] = vmovl_u8(vld1_u8(planeRow(src, windowRow(m, border), width) + c));
-    for (int32_t t = 0; t < outputs; ++t) {
-      vst1_u8(planeRow(dst, border + t, width) + c, narrowSum(weighSum(line, k), k));
-      // The window slides after every output but the last: the row it
-      // would take then (one past the plane with border 3) is not read.
-      if (t + 1 == outputs) break;
-      for (int m = 0; m < kTaps - 1; ++m) line[m] = line[m + 1];
-      line[kTaps - 1] = vmovl_u8(vld1_u8(planeRow(src, windowRow(t + kTaps, border), width) + c));
-    }
-  }
+  if (kernel == Filter7::Tent)
+    filterColumns7Neon<Filter7::Tent>(src, dst, width, height, border);
+  else
+    filterColumns7Neon<Filter7::Smooth>(src, dst, width, height, border);
 }
 #endif  // VIDEOHDR_HAVE_NEON
 
