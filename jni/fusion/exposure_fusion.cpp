@@ -360,20 +360,41 @@ void blendChromaRowNeon(const uint8_t *bright, const uint8_t *dark, const uint8_
 
 namespace {
 
-// table[index] for 2 x 16 indices: the table as eight 32-byte slices, and
-// for each slice one table lookup per 8 indices that leaves the lanes whose
-// index falls outside the slice alone. Subtracting 32 after every slice walks
-// each index through exactly one slice.
-void lookupTableNeon(const uint8_t *table, uint8x16_t (&index)[2], uint8x16_t (&value)[2]) {
-  const uint8x16_t sliceBytes = vdupq_n_u8(32);
-  uint8x8_t lanes[4] = {vdup_n_u8(0), vdup_n_u8(0), vdup_n_u8(0), vdup_n_u8(0)};
+// The table rearranged so that a de-interleaving 32-byte load of slice s
+// gives its four 8-byte quarters in order (byte 4j + k of a slice holds entry
+// 8k + j), which puts every slice straight into the four consecutive
+// registers a table lookup takes.
+struct SliceTable {
+  uint8_t bytes[256];
+};
+
+void prepareSliceTable(const uint8_t *table, SliceTable &out) {
   for (int s = 0; s < 8; ++s) {
     const uint8x16_t a = vld1q_u8(table + 32 * s), b = vld1q_u8(table + 32 * s + 16);
-    const uint8x8x4_t slice = {{vget_low_u8(a), vget_high_u8(a), vget_low_u8(b), vget_high_u8(b)}};
+    const uint8x8x4_t quarters = {
+        {vget_low_u8(a), vget_high_u8(a), vget_low_u8(b), vget_high_u8(b)}};
+    vst4_u8(out.bytes + 32 * s, quarters);
+  }
+}
+
+// table[index] for 2 x 16 indices, slice by slice: a lookup per 8 indices
+// that leaves the lanes whose index falls outside the slice alone (the first
+// slice's lookup gives 0 there). Subtracting 32 after every slice walks each
+// index through exactly one slice.
+void lookupTableNeon(const SliceTable &table, uint8x16_t (&index)[2], uint8x16_t (&value)[2]) {
+  const uint8x16_t sliceBytes = vdupq_n_u8(32);
+  uint8x8x4_t slice = vld4_u8(table.bytes);
+  uint8x8_t lanes[4];
+  for (int v = 0; v < 2; ++v) {
+    lanes[2 * v] = vtbl4_u8(slice, vget_low_u8(index[v]));
+    lanes[2 * v + 1] = vtbl4_u8(slice, vget_high_u8(index[v]));
+  }
+  for (int s = 1; s < 8; ++s) {
+    slice = vld4_u8(table.bytes + 32 * s);
     for (int v = 0; v < 2; ++v) {
+      index[v] = vsubq_u8(index[v], sliceBytes);
       lanes[2 * v] = vtbx4_u8(lanes[2 * v], slice, vget_low_u8(index[v]));
       lanes[2 * v + 1] = vtbx4_u8(lanes[2 * v + 1], slice, vget_high_u8(index[v]));
-      index[v] = vsubq_u8(index[v], sliceBytes);
     }
   }
   value[0] = vcombine_u8(lanes[0], lanes[1]);
@@ -392,6 +413,8 @@ inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x16_t weigh
 // same step with its second half unused. count is a multiple of 16.
 void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
                            uint8_t *weights, int32_t count) {
+  SliceTable slices;
+  prepareSliceTable(table, slices);
   for (int32_t c = 0; c < count; c += 32) {
     const bool pair = c + 32 <= count;
     uint8x16_t index[2], value[2];
@@ -399,30 +422,35 @@ void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, const uin
       const int32_t at = pair ? c + 16 * v : c;
       index[v] = vminq_u8(vld2q_u8(bright + 2 * at).val[0], vld2q_u8(dark + 2 * at).val[0]);
     }
-    lookupTableNeon(table, index, value);
+    lookupTableNeon(slices, index, value);
     vst1q_u8(weights + c, value[0]);
     if (pair) vst1q_u8(weights + c + 16, value[1]);
   }
 }
 
-// 16 columns per step: eight weights, zipped with themselves for the doubled
-// rows and the luma, taken twice over for the chroma block. stride is a
-// multiple of 16.
+// 16 columns per step: eight weights doubled (widened and multiplied by 257,
+// which puts each byte in both halves of its lane) for the weight rows and
+// the luma, and taken twice over for the chroma block. The pointers advance
+// by themselves so that every load and store increments its own address.
+// stride is a multiple of 16.
 void doubleAndBlendRowsNeon(FrameRows bright, FrameRows dark, const uint8_t *weights,
                             uint8_t *doubled, OutputRows out, int32_t stride) {
+  const uint8_t *b0 = bright.luma, *b1 = bright.luma + stride, *bc = bright.chroma;
+  const uint8_t *d0 = dark.luma, *d1 = dark.luma + stride, *dc = dark.chroma;
+  uint8_t *p0 = doubled, *p1 = doubled + stride;
+  uint8_t *o0 = out.luma, *o1 = out.luma + stride, *oc = out.chroma;
   for (int32_t x = 0; x < stride; x += 16) {
-    const uint8x8_t eight = vld1_u8(weights + x / 2);
-    const uint8x8x2_t zipped = vzip_u8(eight, eight);
-    const uint8x16_t weight = vcombine_u8(zipped.val[0], zipped.val[1]);
-    for (int32_t row = 0; row < 2; ++row) {
-      const ptrdiff_t at = static_cast<ptrdiff_t>(row) * stride + x;
-      vst1q_u8(doubled + at, weight);
-      vst1q_u8(out.luma + at,
-               weightedBlendNeon(vld1q_u8(bright.luma + at), vld1q_u8(dark.luma + at), weight));
-    }
-    vst1q_u8(out.chroma + x,
-             weightedBlendNeon(vld1q_u8(dark.chroma + x), vld1q_u8(bright.chroma + x),
-                               vcombine_u8(eight, eight)));
+    const uint8x8_t eight = vld1_u8(weights);
+    weights += 8;
+    const uint8x16_t weight = vreinterpretq_u8_u16(vmulq_n_u16(vmovl_u8(eight), 257));
+    vst1q_u8(p0, weight);
+    p0 += 16;
+    vst1q_u8(p1, weight);
+    p1 += 16;
+    vst1q_u8(o0, weightedBlendNeon(vld1q_u8(b0), vld1q_u8(d0), weight));
+    vst1q_u8(o1, weightedBlendNeon(vld1q_u8(b1), vld1q_u8(d1), weight));
+    vst1q_u8(oc, weightedBlendNeon(vld1q_u8(dc), vld1q_u8(bc), vcombine_u8(eight, eight)));
+    b0 += 16, b1 += 16, bc += 16, d0 += 16, d1 += 16, dc += 16, o0 += 16, o1 += 16, oc += 16;
   }
 }
 
