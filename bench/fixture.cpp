@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "byte_copy.h"
+
 namespace videohdr_bench {
 
 Fixture::Fixture(int32_t width, int32_t height)
@@ -59,9 +61,9 @@ const std::vector<KernelCase> &kernelCases() {
       {"FrameCopyIn",
        [](Fixture &f) {
          const Geometry &g = f.geometry();
-         std::memcpy(f.spareFrame(), f.frame(), g.lumaBytes());
-         std::memcpy(f.spareFrame() + g.lumaBytes(), f.frame() + g.chromaOffset(),
-                     g.lumaBytes() / 2);
+         videohdr::copyBytes(f.spareFrame(), f.frame(), g.lumaBytes());
+         videohdr::copyBytes(f.spareFrame() + g.lumaBytes(), f.frame() + g.chromaOffset(),
+                             g.lumaBytes() / 2);
        }},
       {"AlignProcess",
        [](Fixture &f) {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "alignment_op/align_internal.h"
+#include "byte_copy.h"
 #include "hdr_log.h"
 #include "videohdr.h"
 
@@ -25,8 +26,8 @@ void copyFrameIn(uint8_t *dst, const uint8_t *frame, int32_t stride, int32_t hei
                  int32_t scanline) {
   const int32_t lumaBytes = stride * height;
   const int32_t chromaBytes = lumaBytes / 2;
-  std::memcpy(dst, frame, static_cast<size_t>(lumaBytes));
-  std::memcpy(dst + lumaBytes, frame + static_cast<ptrdiff_t>(scanline) * stride,
+  videohdr::copyBytes(dst, frame, static_cast<size_t>(lumaBytes));
+  videohdr::copyBytes(dst + lumaBytes, frame + static_cast<ptrdiff_t>(scanline) * stride,
               static_cast<size_t>(chromaBytes));
 }
 

@@ -1,8 +1,9 @@
 // The aligned previous frame: the found shift, filtered against the one
 // applied last time, moves the previous frame over a copy of the current one.
+#include <cstddef>
 #include <cstdlib>
-#include <cstring>
 
+#include "../byte_copy.h"
 #include "align_internal.h"
 
 namespace videohdr {
@@ -10,16 +11,27 @@ namespace {
 
 bool oppositeSigns(int32_t a, int32_t b) { return a != 0 && b != 0 && ((a < 0) != (b < 0)); }
 
-// Copies `rows` rows of `bytes` bytes from `src` to `dst` (both with pitch `pitch`) so that
-// destination (x, y) receives source (x + sx, y + sy) for non-negative offsets on one side.
-void copyMovedRows(const uint8_t *src, uint8_t *dst, int32_t pitch, int32_t rows, int32_t bytes,
-                   int32_t sx, int32_t sy) {
-  const int32_t srcRow = sy > 0 ? sy : 0, dstRow = sy < 0 ? -sy : 0;
+// Writes the `planeRows` rows of one plane (pitch `pitch`) of the aligned
+// frame, each byte once: a run of `overlayRows` rows in which `bytes` bytes of
+// the previous frame are laid over the current one so that destination (x, y)
+// receives previous (x + sx, y + sy), and the current frame everywhere else.
+// The overlay lies inside the plane for every shift the caller passes.
+void composePlane(const uint8_t *prev, const uint8_t *cur, uint8_t *out, int32_t pitch,
+                  int32_t planeRows, int32_t overlayRows, int32_t bytes, int32_t sx, int32_t sy) {
+  const int32_t srcRow = sy > 0 ? sy : 0, dstRow = overlayRows > 0 && sy < 0 ? -sy : 0;
   const int32_t srcCol = sx > 0 ? sx : 0, dstCol = sx < 0 ? -sx : 0;
-  for (int32_t i = 0; i < rows; ++i) {
-    std::memcpy(dst + static_cast<size_t>(dstRow + i) * pitch + dstCol,
-                src + static_cast<size_t>(srcRow + i) * pitch + srcCol, static_cast<size_t>(bytes));
+  const size_t rowBytes = static_cast<size_t>(pitch);
+  const int32_t after = dstRow + overlayRows;
+  copyBytes(out, cur, rowBytes * dstRow);
+  for (int32_t y = dstRow; y < after; ++y) {
+    uint8_t *o = out + y * rowBytes;
+    const uint8_t *c = cur + y * rowBytes;
+    copyBytes(o, c, static_cast<size_t>(dstCol));
+    copyBytes(o + dstCol, prev + (srcRow + y - dstRow) * rowBytes + srcCol,
+              static_cast<size_t>(bytes));
+    copyBytes(o + dstCol + bytes, c + dstCol + bytes, static_cast<size_t>(pitch - dstCol - bytes));
   }
+  copyBytes(out + after * rowBytes, cur + after * rowBytes, rowBytes * (planeRows - after));
 }
 
 }  // namespace
@@ -38,20 +50,30 @@ void filterShift(int32_t X, int32_t Y, int32_t pdx, int32_t pdy, int32_t *outDx,
   *outDy = dy;
 }
 
+// The current frame as background, the previous one moved over it: each
+// output byte is written once, with the value the background copy followed by
+// the row overlays would leave.
 void writeAlignedFrame(int32_t w, int32_t h, int32_t dx, int32_t dy, const uint8_t *prev,
                        const uint8_t *cur, uint8_t *out) {
   const uint32_t frameBytes = (3u * static_cast<uint32_t>(w) * static_cast<uint32_t>(h)) >> 1;
-  std::memcpy(out, cur, frameBytes);
   const int32_t rows = h - std::abs(dy);
   const int32_t cols = w - std::abs(dx);
-  if (rows < 1 || cols < 1) return;
-  copyMovedRows(prev, out, w, rows, cols, dx, dy);
-  if (rows < 2) return;
+  if (w < 1 || h < 1 || rows < 1 || cols < 1) {
+    copyBytes(out, cur, frameBytes);
+    return;
+  }
+  composePlane(prev, cur, out, w, h, rows, cols, dx, dy);
   // Chroma pairs must stay together: the horizontal move is rounded toward
   // zero to an even byte count, the vertical one halved toward zero. The run
-  // length is the luma's rounded down to even, not derived from the rounded move.
+  // length is the luma's rounded down to even, not derived from the rounded
+  // move. A single overlaid luma row overlays no chroma row.
   const size_t chroma = static_cast<size_t>(w) * static_cast<size_t>(h);
-  copyMovedRows(prev + chroma, out + chroma, w, rows / 2, cols & ~1, dx - dx % 2, dy / 2);
+  const int32_t chromaRows = h / 2;
+  composePlane(prev + chroma, cur + chroma, out + chroma, w, chromaRows, rows / 2, cols & ~1,
+               dx - dx % 2, dy / 2);
+  // The half chroma row of an odd height is background only.
+  const size_t covered = chroma + static_cast<size_t>(w) * chromaRows;
+  copyBytes(out + covered, cur + covered, frameBytes - covered);
 }
 
 }  // namespace videohdr

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../byte_copy.h"
 #include "../hdr_log.h"
 #include "../videohdr.h"
 #include "align_internal.h"
@@ -173,8 +174,8 @@ void InitPara(AlignContext *context, const uint8_t *prevFrame, const uint8_t *cu
     c->levelHeight[l] = h >> l;
     c->levelPitch[l] = (((w >> l) + 63) >> 5) * 4;
   }
-  std::memcpy(c->prevImage[0], prevFrame, P);
-  std::memcpy(c->curImage[0], curFrame, P);
+  videohdr::copyBytes(c->prevImage[0], prevFrame, P);
+  videohdr::copyBytes(c->curImage[0], curFrame, P);
 }
 
 int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,

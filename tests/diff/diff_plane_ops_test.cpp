@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "byte_copy.h"
 #include "checkasm.h"
 #include "fusion/plane_ops.h"
 
@@ -153,6 +154,25 @@ TEST(DiffPlaneOps, ChromaSplitAndJoin) {
           },
           describe("combine", width, height, width));
     }
+  }
+}
+
+// The bulk copy of the per-frame path: every length around its 64-byte step
+// and a few frame-sized ones, from a source of exactly that length.
+TEST(PlaneOpsDiff, ByteCopy) {
+  std::mt19937 rng(41);
+  std::vector<int> lengths = checkasm::widthsToTry(0, 1 << 20, rng, 200, 20);
+  lengths.push_back(1920 * 1080);
+  for (int n : lengths) {
+    const auto src = checkasm::randomBytes(static_cast<size_t>(n), rng);
+    checkasm::expectVariantsMatch(
+        {static_cast<size_t>(n)}, rng,
+        [&](Variant v, std::vector<uint8_t *> &out) {
+          auto copy =
+              v == Variant::Portable ? videohdr::copyBytesPortable : videohdr::copyBytesNeon;
+          copy(out[0], src.data(), static_cast<size_t>(n));
+        },
+        "copy " + std::to_string(n));
   }
 }
 

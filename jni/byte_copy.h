@@ -1,0 +1,31 @@
+// Bulk byte copies of the per-frame path: the frame intake, the alignment's
+// grey images and the aligned frame. The portable variant is memcpy; the NEON
+// one moves 64 bytes per step with 32-byte loads and stores, several times
+// fewer instructions per byte than the C library's copy on ARMv7.
+#ifndef VIDEOHDR_BYTE_COPY_H
+#define VIDEOHDR_BYTE_COPY_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "simd.h"
+
+namespace videohdr {
+
+// dst[i] = src[i] for i < n; the two ranges must not overlap.
+void copyBytesPortable(uint8_t *dst, const uint8_t *src, size_t n);
+#if VIDEOHDR_HAVE_NEON
+void copyBytesNeon(uint8_t *dst, const uint8_t *src, size_t n);
+#endif
+
+inline void copyBytes(uint8_t *dst, const uint8_t *src, size_t n) {
+#if VIDEOHDR_NATIVE_NEON
+  copyBytesNeon(dst, src, n);
+#else
+  copyBytesPortable(dst, src, n);
+#endif
+}
+
+}  // namespace videohdr
+
+#endif  // VIDEOHDR_BYTE_COPY_H
