@@ -1,6 +1,7 @@
 // Separable 7-tap low-pass filters on byte planes whose pitch is their width:
 // a horizontal and a vertical pass, each with the tent or the flat kernel.
 // Sums stay in 16 bits (at most 255 * 32) and are truncated by the shift.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -124,15 +125,26 @@ constexpr int kRowBlockLoad = 16;
 // A double block (16 results) loads 32 bytes.
 constexpr int kDoubleBlockLoad = 32;
 
+// sum + t * v for a constant tap: an add, a shift and an add for powers of
+// two, else a multiply-accumulate by a constant vector (a by-scalar multiply
+// would reload its scalar lane on every step).
+template <uint16_t T>
+uint16x8_t addScaled(uint16x8_t sum, uint16x8_t v) {
+  if (T == 1) return vaddq_u16(sum, v);
+  if (T == 2) return vaddq_u16(sum, vshlq_n_u16(v, 1));
+  if (T == 4) return vaddq_u16(sum, vshlq_n_u16(v, 2));
+  return vmlaq_u16(sum, v, vdupq_n_u16(T));
+}
+
 // The weighted sum of seven operand vectors, by symmetric pairs.
 template <Filter7 K>
 uint8x8_t filterLanes(uint8x8_t x0, uint8x8_t x1, uint8x8_t x2, uint8x8_t x3, uint8x8_t x4,
                       uint8x8_t x5, uint8x8_t x6) {
   using k = Kernel7<K>;
   uint16x8_t sum = vmull_u8(x3, vdup_n_u8(k::t3));
-  sum = vmlaq_n_u16(sum, vaddl_u8(x2, x4), k::t2);
-  sum = vmlaq_n_u16(sum, vaddl_u8(x1, x5), k::t1);
-  sum = vmlaq_n_u16(sum, vaddl_u8(x0, x6), k::t0);
+  sum = addScaled<k::t2>(sum, vaddl_u8(x2, x4));
+  sum = addScaled<k::t1>(sum, vaddl_u8(x1, x5));
+  sum = addScaled<k::t0>(sum, vaddl_u8(x0, x6));
   return vshrn_n_u16(sum, k::shift);
 }
 
@@ -174,17 +186,19 @@ void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
   for (int32_t y = 0; y < height; ++y) {
     const uint8_t *s = planeRow(src, y, width);
     uint8_t *d = planeRow(dst, y, width) + border;
-    const int64_t rowStart = static_cast<int64_t>(y) * width;
+    // Bytes readable from the row's start to the end of the plane.
+    const int64_t room = planeBytes - static_cast<int64_t>(y) * width;
+    const int32_t lastDouble =
+        static_cast<int32_t>(std::min<int64_t>(outputs - 2 * kBlock, room - kDoubleBlockLoad));
+    const int32_t lastLoaded =
+        static_cast<int32_t>(std::min<int64_t>(outputs, room - kRowBlockLoad));
     int32_t x = 0;
     // Double blocks while their 32-byte loads stay inside the plane.
-    for (; x + 2 * kBlock <= outputs && rowStart + x + kDoubleBlockLoad <= planeBytes;
-         x += 2 * kBlock) {
-      vst1q_u8(d + x, filterRowDoubleBlockNeon<K>(s + x));
-    }
+    for (; x <= lastDouble; x += 2 * kBlock) vst1q_u8(d + x, filterRowDoubleBlockNeon<K>(s + x));
     for (; x < outputs; x += kBlock) {
       // A block's 16-byte load runs two bytes past the bytes it uses; at the
       // end of the plane only the used bytes are read, through a copy.
-      if (rowStart + x + kRowBlockLoad <= planeBytes) {
+      if (x <= lastLoaded) {
         vst1_u8(d + x, filterRowBlockNeon<K>(s + x));
       } else {
         uint8_t tail[kRowBlockLoad] = {};
