@@ -30,6 +30,10 @@ void filterShift(int32_t foundDx, int32_t foundDy, int32_t lastDx, int32_t lastD
 // four levels). Narrower frames go out with the previous frame unmoved.
 bool searchSupported(const AlignContext *ctx);
 
+// Carves the workspace into the context's regions and fills the per-level
+// widths, heights and pitches: InitPara without its two image copies.
+void carveWorkspace(AlignContext *ctx);
+
 // Sets every level's shift to (0, 0).
 void storeZeroShift(AlignContext *ctx);
 

@@ -9,9 +9,11 @@
 #ifndef VIDEOHDR_ALIGN_BITMAP_OPS_H
 #define VIDEOHDR_ALIGN_BITMAP_OPS_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "../simd.h"
+#include "../videohdr.h"
 
 namespace videohdr {
 
@@ -25,6 +27,23 @@ inline int32_t bitmapWords(int32_t width) { return (width + 63) >> 5; }
 // is not a multiple of 8 the last group of a row takes up to 7 bytes past its
 // end, so up to 7 bytes past the image are read.
 uint32_t sumLumaPortable(const uint8_t *image, int32_t w, int32_t h);
+
+// Whether sumLumaPortable over rows of w bytes is the plain sum of the image's
+// bytes: rows that are whole 8-byte groups (nothing read past them) and too
+// short to wrap a 16-bit lane.
+bool lumaSumIsPlain(int32_t w);
+
+// Copies n bytes and answers their plain sum (modulo 2^32): for an image of
+// rows with lumaSumIsPlain(w), its sumLumaPortable once copied.
+uint32_t copyLumaAndSumPortable(uint8_t *dst, const uint8_t *src, size_t n);
+// The variant the build runs.
+uint32_t copyLumaAndSum(uint8_t *dst, const uint8_t *src, size_t n);
+
+// ThreshBitmap given the two luma sums (as sumLumaPortable makes them): clears
+// the level-0 bitmaps, packs both images' bits against their clamped means and
+// answers 1 when the previous frame's sum is the larger.
+int32_t threshBitmapFromSums(AlignContext *context, int32_t maxThreshold, int32_t minThreshold,
+                             int32_t sumPrev, int32_t sumCur);
 
 // Sets the bits of `bitmap` (pitch bitmapWords(w) words) for the pixels of
 // `image` (pitch w) brighter than `threshold`, with the threshold bitmap's
@@ -53,6 +72,7 @@ void shiftRowRightPortable(const uint32_t *src, uint32_t *dst, int32_t width, in
 
 #if VIDEOHDR_HAVE_NEON
 uint32_t sumLumaNeon(const uint8_t *image, int32_t w, int32_t h);
+uint32_t copyLumaAndSumNeon(uint8_t *dst, const uint8_t *src, size_t n);
 void packThresholdBitsNeon(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                            uint32_t *bitmap);
 void decimateRowNeon(const uint32_t *src, uint32_t *dst, int32_t words);

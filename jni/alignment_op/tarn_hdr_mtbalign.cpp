@@ -8,6 +8,7 @@
 #include "../hdr_log.h"
 #include "../videohdr.h"
 #include "align_internal.h"
+#include "bitmap_ops.h"
 #include "search_ops.h"
 
 namespace {
@@ -67,6 +68,25 @@ bool allocateWorkspace(AlignContext *ctx) {
   return true;
 }
 
+// InitPara then ThreshBitmap. Where the luma sum is the plain byte sum, the
+// sums are taken while the two images are copied instead of in a pass of
+// their own.
+int32_t takeImagesAndThreshold(AlignContext *ctx, const uint8_t *prevFrame,
+                               const uint8_t *curFrame) {
+  if (!videohdr::lumaSumIsPlain(ctx->width)) {
+    InitPara(ctx, prevFrame, curFrame);
+    return ThreshBitmap(ctx, ctx->maxThreshold, ctx->minThreshold);
+  }
+  videohdr::carveWorkspace(ctx);
+  const size_t P =
+      static_cast<size_t>(static_cast<uint32_t>(ctx->width) * static_cast<uint32_t>(ctx->height));
+  const uint32_t sumPrev = videohdr::copyLumaAndSum(ctx->prevImage[0], prevFrame, P);
+  const uint32_t sumCur = videohdr::copyLumaAndSum(ctx->curImage[0], curFrame, P);
+  return videohdr::threshBitmapFromSums(ctx, ctx->maxThreshold, ctx->minThreshold,
+                                        static_cast<int32_t>(sumPrev),
+                                        static_cast<int32_t>(sumCur));
+}
+
 template <typename T>
 T *carve(uint8_t *base, uint32_t &offset, uint32_t bytes) {
   T *p = reinterpret_cast<T *>(base + offset);
@@ -75,6 +95,53 @@ T *carve(uint8_t *base, uint32_t &offset, uint32_t bytes) {
 }
 
 }  // namespace
+
+namespace videohdr {
+
+// InitPara's carving and level geometry, without its two image copies.
+void carveWorkspace(AlignContext *context) {
+  AlignContext *c = context;
+  const int32_t L = c->levels;
+  const int32_t w = c->width;
+  const int32_t h = c->height;
+  const uint32_t P = static_cast<uint32_t>(w) * static_cast<uint32_t>(h);
+  const uint32_t W = static_cast<uint32_t>(w + 63) >> 5;
+  const uint32_t bitmapRegion = 16u * W * static_cast<uint32_t>(h + 1);
+  const uint32_t levelArray = 4u * static_cast<uint32_t>(L);
+  uint8_t *base = c->workBuf;
+
+  uint32_t off = kHeadFreeBytes;
+  c->countHistory = carve<float>(base, off, kHistoryBytes);
+  c->levelWidth = carve<int32_t>(base, off, levelArray);
+  c->levelHeight = carve<int32_t>(base, off, levelArray);
+  c->levelPitch = carve<int32_t>(base, off, levelArray);
+  c->levelDx = carve<int32_t>(base, off, levelArray);
+  c->levelDy = carve<int32_t>(base, off, levelArray);
+  for (int32_t l = 0; l < L; ++l) c->prevImage[l] = carve<uint8_t>(base, off, P);
+  for (int32_t l = 0; l < L; ++l) c->curImage[l] = carve<uint8_t>(base, off, P);
+  for (int32_t l = 0; l < L; ++l) c->spareImage[l] = carve<uint8_t>(base, off, P);
+  for (int32_t l = 0; l < L; ++l) c->prevBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
+  for (int32_t l = 0; l < L; ++l) c->curBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
+  for (int32_t l = 0; l < L; ++l) c->movedBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
+  c->histTable0 = carve<uint32_t>(base, off, kHistTableBytes);
+  c->histTable1 = carve<uint32_t>(base, off, kHistTableBytes);
+  c->histTable2 = carve<uint32_t>(base, off, kHistTableBytes);
+  c->histTable3 = carve<uint32_t>(base, off, kMapTableBytes);
+  c->scratchPlane0 = carve<uint8_t>(base, off, P);
+  c->scratchPlane1 = carve<uint8_t>(base, off, P);
+  c->scratchPlane2 = carve<uint8_t>(base, off, P);
+  c->scratchPlane3 = carve<uint8_t>(base, off, P);
+  c->scratchPlane4 = carve<uint8_t>(base, off, (3u * P) >> 1);
+  c->scratchPlane5 = carve<uint8_t>(base, off, P);
+
+  for (int32_t l = 0; l < L; ++l) {
+    c->levelWidth[l] = w >> l;
+    c->levelHeight[l] = h >> l;
+    c->levelPitch[l] = (((w >> l) + 63) >> 5) * 4;
+  }
+}
+
+}  // namespace videohdr
 
 extern "C" {
 
@@ -135,47 +202,11 @@ int32_t AllocAlignHandleParams(VideoHdrHandle *handle) {
 }
 
 void InitPara(AlignContext *context, const uint8_t *prevFrame, const uint8_t *curFrame) {
-  AlignContext *c = context;
-  const int32_t L = c->levels;
-  const int32_t w = c->width;
-  const int32_t h = c->height;
-  const uint32_t P = static_cast<uint32_t>(w) * static_cast<uint32_t>(h);
-  const uint32_t W = static_cast<uint32_t>(w + 63) >> 5;
-  const uint32_t bitmapRegion = 16u * W * static_cast<uint32_t>(h + 1);
-  const uint32_t levelArray = 4u * static_cast<uint32_t>(L);
-  uint8_t *base = c->workBuf;
-
-  uint32_t off = kHeadFreeBytes;
-  c->countHistory = carve<float>(base, off, kHistoryBytes);
-  c->levelWidth = carve<int32_t>(base, off, levelArray);
-  c->levelHeight = carve<int32_t>(base, off, levelArray);
-  c->levelPitch = carve<int32_t>(base, off, levelArray);
-  c->levelDx = carve<int32_t>(base, off, levelArray);
-  c->levelDy = carve<int32_t>(base, off, levelArray);
-  for (int32_t l = 0; l < L; ++l) c->prevImage[l] = carve<uint8_t>(base, off, P);
-  for (int32_t l = 0; l < L; ++l) c->curImage[l] = carve<uint8_t>(base, off, P);
-  for (int32_t l = 0; l < L; ++l) c->spareImage[l] = carve<uint8_t>(base, off, P);
-  for (int32_t l = 0; l < L; ++l) c->prevBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
-  for (int32_t l = 0; l < L; ++l) c->curBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
-  for (int32_t l = 0; l < L; ++l) c->movedBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
-  c->histTable0 = carve<uint32_t>(base, off, kHistTableBytes);
-  c->histTable1 = carve<uint32_t>(base, off, kHistTableBytes);
-  c->histTable2 = carve<uint32_t>(base, off, kHistTableBytes);
-  c->histTable3 = carve<uint32_t>(base, off, kMapTableBytes);
-  c->scratchPlane0 = carve<uint8_t>(base, off, P);
-  c->scratchPlane1 = carve<uint8_t>(base, off, P);
-  c->scratchPlane2 = carve<uint8_t>(base, off, P);
-  c->scratchPlane3 = carve<uint8_t>(base, off, P);
-  c->scratchPlane4 = carve<uint8_t>(base, off, (3u * P) >> 1);
-  c->scratchPlane5 = carve<uint8_t>(base, off, P);
-
-  for (int32_t l = 0; l < L; ++l) {
-    c->levelWidth[l] = w >> l;
-    c->levelHeight[l] = h >> l;
-    c->levelPitch[l] = (((w >> l) + 63) >> 5) * 4;
-  }
-  videohdr::copyBytes(c->prevImage[0], prevFrame, P);
-  videohdr::copyBytes(c->curImage[0], curFrame, P);
+  videohdr::carveWorkspace(context);
+  const size_t P = static_cast<size_t>(static_cast<uint32_t>(context->width) *
+                                       static_cast<uint32_t>(context->height));
+  videohdr::copyBytes(context->prevImage[0], prevFrame, P);
+  videohdr::copyBytes(context->curImage[0], curFrame, P);
 }
 
 int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,
@@ -188,8 +219,7 @@ int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFra
     videohdr::writeAlignedFrame(w, h, 0, 0, prevFrame, curFrame, outFrame);
     return 0;
   }
-  InitPara(ctx, prevFrame, curFrame);
-  const int32_t brighterPrev = ThreshBitmap(ctx, ctx->maxThreshold, ctx->minThreshold);
+  const int32_t brighterPrev = takeImagesAndThreshold(ctx, prevFrame, curFrame);
   for (int32_t l = 1; l < ctx->levels; ++l) buildGaussianPyramid(ctx, l);
   videohdr::searchAllLevels(ctx);
   getScanData(ctx, prevFrame, curFrame, outFrame);

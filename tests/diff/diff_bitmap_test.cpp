@@ -118,4 +118,39 @@ void checkRowMoves(bool left, uint32_t seed) {
 TEST(DiffBitmap, ShiftRowLeft) { checkRowMoves(true, 14); }
 TEST(DiffBitmap, ShiftRowRight) { checkRowMoves(false, 15); }
 
+// The copy that takes the luma sum on the way: both variants copy the same
+// bytes and answer the same sum, every length around the 64-byte step and the
+// 2,048-byte widening, and for rows that keep the sum plain the sum is
+// sumLuma's of the copy.
+TEST(DiffBitmap, CopyLumaAndSum) {
+  std::mt19937 rng(15);
+  std::vector<int> lengths = checkasm::widthsToTry(0, 300000, rng, 140, 12);
+  for (int n : {2047, 2048, 2049, 4096 + 63, 1920 * 1080}) lengths.push_back(n);
+  for (int n : lengths) {
+    for (bool saturated : {false, true}) {
+      std::vector<uint8_t> src = checkasm::randomBytes(static_cast<size_t>(n), rng);
+      if (saturated) std::fill(src.begin(), src.end(), uint8_t{255});
+      checkasm::expectVariantsMatch(
+          {static_cast<size_t>(n), sizeof(uint32_t)}, rng,
+          [&](Variant v, std::vector<uint8_t *> &out) {
+            const uint32_t sum =
+                v == Variant::Portable
+                    ? videohdr::copyLumaAndSumPortable(out[0], src.data(), static_cast<size_t>(n))
+                    : videohdr::copyLumaAndSumNeon(out[0], src.data(), static_cast<size_t>(n));
+            std::memcpy(out[1], &sum, sizeof sum);
+          },
+          "copyLumaAndSum " + std::to_string(n));
+    }
+  }
+  for (int w : {8, 1920, 2048, 2056}) {
+    ASSERT_TRUE(videohdr::lumaSumIsPlain(w));
+    const int h = 5;
+    const auto image = checkasm::randomBytes(static_cast<size_t>(w) * h, rng);
+    std::vector<uint8_t> copy(image.size());
+    const uint32_t sum = videohdr::copyLumaAndSumPortable(copy.data(), image.data(), copy.size());
+    EXPECT_EQ(sum, videohdr::sumLumaPortable(copy.data(), w, h)) << w;
+  }
+  for (int w : {7, 12, 2064}) EXPECT_FALSE(videohdr::lumaSumIsPlain(w)) << w;
+}
+
 }  // namespace
