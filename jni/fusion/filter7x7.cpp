@@ -210,16 +210,16 @@ void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
 }
 
 // Output row by output row, from the seven source rows of its window: 16
-// columns per step, then a last block of 8.
+// columns per step from column `first`, then a last block of 8.
 template <Filter7 K>
 void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
-                        int32_t border) {
+                        int32_t border, int32_t first) {
   const int32_t columns = columnPassColumns(width);
   for (int32_t t = 0; t < height - 2 * border; ++t) {
     const uint8_t *l[kTaps];
     for (int m = 0; m < kTaps; ++m) l[m] = planeRow(src, windowRow(t + m, border), width);
     uint8_t *d = planeRow(dst, border + t, width);
-    int32_t c = 0;
+    int32_t c = first;
     for (; c + 2 * kBlock <= columns; c += 2 * kBlock) {
       uint8x16_t x[kTaps];
       for (int m = 0; m < kTaps; ++m) x[m] = vld1q_u8(l[m] + c);
@@ -239,6 +239,45 @@ void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
   }
 }
 
+// The flat kernel with a border of 3 moves its window down one row per
+// output, so a 16-column strip keeps the sum of its seven window rows and
+// updates it with the row that enters and the row that leaves; 4 4 5 6 5 4 4
+// is 4 x that sum + (x2 + x4) + 2 x3. Strips run down the plane; the sums stay
+// below 7 x 255 and the result below 32 x 255, in 16-bit lanes.
+void smoothColumnsSlidingNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                              int32_t strips) {
+  constexpr int kStrip = 2 * kBlock;
+  const uint16x8_t four = vdupq_n_u16(4);
+  const ptrdiff_t pitch = width;
+  for (int32_t k = 0; k < strips; ++k) {
+    const uint8_t *column = src + kStrip * k;
+    uint16x8_t lo = vdupq_n_u16(0), hi = vdupq_n_u16(0);
+    for (int m = 0; m < kTaps; ++m) {
+      const uint8x16_t x = vld1q_u8(column + m * pitch);
+      lo = vaddw_u8(lo, vget_low_u8(x));
+      hi = vaddw_u8(hi, vget_high_u8(x));
+    }
+    uint8_t *out = dst + kStrip * k + 3 * pitch;
+    const uint8_t *centre = column + 3 * pitch;
+    for (int32_t t = 0; t < height - 6; ++t) {
+      const uint8x16_t x2 = vld1q_u8(centre - pitch), x3 = vld1q_u8(centre);
+      const uint8x16_t x4 = vld1q_u8(centre + pitch);
+      uint16x8_t nearLo = vaddl_u8(vget_low_u8(x2), vget_low_u8(x4));
+      uint16x8_t nearHi = vaddl_u8(vget_high_u8(x2), vget_high_u8(x4));
+      nearLo = vaddw_u8(vaddw_u8(nearLo, vget_low_u8(x3)), vget_low_u8(x3));
+      nearHi = vaddw_u8(vaddw_u8(nearHi, vget_high_u8(x3)), vget_high_u8(x3));
+      vst1q_u8(out, vcombine_u8(vshrn_n_u16(vmlaq_u16(nearLo, lo, four), 5),
+                                vshrn_n_u16(vmlaq_u16(nearHi, hi, four), 5)));
+      out += pitch;
+      if (t + 7 == height) break;  // the row after the last window is not read
+      const uint8x16_t enter = vld1q_u8(centre + 4 * pitch), leave = vld1q_u8(centre - 3 * pitch);
+      lo = vsubw_u8(vaddw_u8(lo, vget_low_u8(enter)), vget_low_u8(leave));
+      hi = vsubw_u8(vaddw_u8(hi, vget_high_u8(enter)), vget_high_u8(leave));
+      centre += pitch;
+    }
+  }
+}
+
 }  // namespace
 
 void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
@@ -253,10 +292,15 @@ void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
 void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                         int32_t border, Filter7 kernel) {
   if (!columnPassRuns(width, height, border)) return;
-  if (kernel == Filter7::Tent)
-    filterColumns7Neon<Filter7::Tent>(src, dst, width, height, border);
-  else
-    filterColumns7Neon<Filter7::Smooth>(src, dst, width, height, border);
+  if (kernel == Filter7::Tent) {
+    filterColumns7Neon<Filter7::Tent>(src, dst, width, height, border, 0);
+  } else if (border == 3) {
+    const int32_t strips = columnPassColumns(width) / (2 * kBlock);
+    smoothColumnsSlidingNeon(src, dst, width, height, strips);
+    filterColumns7Neon<Filter7::Smooth>(src, dst, width, height, border, 2 * kBlock * strips);
+  } else {
+    filterColumns7Neon<Filter7::Smooth>(src, dst, width, height, border, 0);
+  }
 }
 #endif  // VIDEOHDR_HAVE_NEON
 
