@@ -309,7 +309,18 @@ uint32x4_t widenLanes(uint32x4_t totals, uint8x16_t lanes) {
 // Block view of the count, as the per-candidate count makes it: body blocks of
 // four words from word 0 (word 0's masks applied to the compared word), then
 // the tail block of T words and the masked last data word.
-template <int T>
+// The body's funnel: with the shift an immediate (U > 0) a shift and a
+// shift-right-and-insert, else lane shifts by the run-time amount.
+template <int U>
+uint32x4_t funnelBy(uint32x4_t cur, uint32x4_t next, int32x4_t left, int32x4_t right) {
+  if constexpr (U == 0) {
+    return funnelNeon(cur, next, left, right);
+  } else {
+    return vsriq_n_u32(vshlq_n_u32(cur, U), next, 32 - U);
+  }
+}
+
+template <int T, int U>
 void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
   const CountPlan &z = c.zero, &n = c.negative, &pos = c.positive;
   const int32_t W = z.pitch, blocks = z.bodyBlocks;
@@ -328,9 +339,9 @@ void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
     uint32x4_t sn = vld1q_u32(s + 1), rn = vld1q_u32(r + 1);
     uint8x16_t lanes0 = vcntq_u8(vreinterpretq_u8_u32(vandq_u32(veorq_u32(sv, rv), firstZero)));
     uint8x16_t lanesLeft =
-        vcntq_u8(vreinterpretq_u8_u32(veorq_u32(funnelNeon(rv, rn, left, right), sv)));
+        vcntq_u8(vreinterpretq_u8_u32(veorq_u32(funnelBy<U>(rv, rn, left, right), sv)));
     uint8x16_t lanesRight = vcntq_u8(vreinterpretq_u8_u32(
-        vandq_u32(veorq_u32(funnelNeon(sv, sn, left, right), rv), firstRight)));
+        vandq_u32(veorq_u32(funnelBy<U>(sv, sn, left, right), rv), firstRight)));
     for (int32_t b = 1; b < blocks; ++b) {
       const uint32_t *sb = s + 4 * b, *rb = r + 4 * b;
       sv = vld1q_u32(sb);
@@ -338,8 +349,8 @@ void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
       rv = vld1q_u32(rb);
       rn = vld1q_u32(rb + 1);
       lanes0 = addBitCounts(lanes0, veorq_u32(sv, rv));
-      lanesLeft = addBitCounts(lanesLeft, veorq_u32(funnelNeon(rv, rn, left, right), sv));
-      lanesRight = addBitCounts(lanesRight, veorq_u32(funnelNeon(sv, sn, left, right), rv));
+      lanesLeft = addBitCounts(lanesLeft, veorq_u32(funnelBy<U>(rv, rn, left, right), sv));
+      lanesRight = addBitCounts(lanesRight, veorq_u32(funnelBy<U>(sv, sn, left, right), rv));
     }
     if (T != 0) {
       const uint32x4_t sv = vld1q_u32(s + W - 5), rv = vld1q_u32(r + W - 5);
@@ -364,17 +375,24 @@ void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
   }
 }
 
-void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
+template <int U>
+void scoreTripleNeonWithShift(const CandidateTriple &c, uint32_t counts[3]) {
   switch (c.zero.tailWords) {
     case 0:
-      return scoreTripleNeon<0>(c, counts);
+      return scoreTripleNeon<0, U>(c, counts);
     case 1:
-      return scoreTripleNeon<1>(c, counts);
+      return scoreTripleNeon<1, U>(c, counts);
     case 2:
-      return scoreTripleNeon<2>(c, counts);
+      return scoreTripleNeon<2, U>(c, counts);
     default:
-      return scoreTripleNeon<3>(c, counts);
+      return scoreTripleNeon<3, U>(c, counts);
   }
+}
+
+// The default step of 2 gets immediate shifts in the body.
+void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
+  if (c.positive.shift == 2) return scoreTripleNeonWithShift<2>(c, counts);
+  scoreTripleNeonWithShift<0>(c, counts);
 }
 #endif
 
