@@ -143,8 +143,13 @@ uint8x8_t filterLanes(uint8x8_t x0, uint8x8_t x1, uint8x8_t x2, uint8x8_t x3, ui
   using k = Kernel7<K>;
   uint16x8_t sum = vmull_u8(x3, vdup_n_u8(k::t3));
   sum = addScaled<k::t2>(sum, vaddl_u8(x2, x4));
-  sum = addScaled<k::t1>(sum, vaddl_u8(x1, x5));
-  sum = addScaled<k::t0>(sum, vaddl_u8(x0, x6));
+  if constexpr (k::t0 == k::t1) {
+    // Equal outer taps scale the sum of both pairs once.
+    sum = addScaled<k::t0>(sum, vaddq_u16(vaddl_u8(x1, x5), vaddl_u8(x0, x6)));
+  } else {
+    sum = addScaled<k::t1>(sum, vaddl_u8(x1, x5));
+    sum = addScaled<k::t0>(sum, vaddl_u8(x0, x6));
+  }
   return vshrn_n_u16(sum, k::shift);
 }
 
