@@ -184,10 +184,7 @@ void fuseWholeBlockFrame(const FusionContext &ctx, const ExposurePair &pair,
   uint8_t *Q0 = ctx.halfWeightPlanes[0];
   uint8_t *Q1 = ctx.halfWeightPlanes[1];
   const int32_t h = g.halfHeight, w = g.halfWidth, W = g.stride;
-  for (int32_t r = 0; r < h; ++r) {
-    const ptrdiff_t even = static_cast<ptrdiff_t>(2 * r) * W;
-    k.lookupEvenSamples(pair.bright + even, pair.dark + even, ctx.toneCurves[1], Q0 + r * w, w);
-  }
+  k.lookupEvenSamples(pair.bright, pair.dark, W, ctx.toneCurves[1], Q0, w, h);
   k.filterRows7(Q0, Q1, w, h, kSmoothBorder, Filter7::Smooth);
   k.filterColumns7(Q1, Q0, w, h, kSmoothBorder, Filter7::Smooth);
   const FrameRows bright = {pair.bright, pair.bright + g.lumaBytes};
@@ -274,9 +271,15 @@ void blendChromaRowPortable(const uint8_t *bright, const uint8_t *dark, const ui
   }
 }
 
-void lookupEvenSamplesPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
-                               uint8_t *weights, int32_t count) {
-  for (int32_t c = 0; c < count; ++c) weights[c] = table[std::min(bright[2 * c], dark[2 * c])];
+void lookupEvenSamplesPortable(const uint8_t *bright, const uint8_t *dark, int32_t stride,
+                               const uint8_t *table, uint8_t *weights, int32_t count,
+                               int32_t rows) {
+  for (int32_t r = 0; r < rows; ++r) {
+    const ptrdiff_t even = static_cast<ptrdiff_t>(2 * r) * stride;
+    uint8_t *row = weights + static_cast<ptrdiff_t>(r) * count;
+    for (int32_t c = 0; c < count; ++c)
+      row[c] = table[std::min(bright[even + 2 * c], dark[even + 2 * c])];
+  }
 }
 
 // The doubled rows first, then the luma blend over them as one run of two
@@ -406,15 +409,11 @@ inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x16_t weigh
                      weightedBlendNeon(vget_high_u8(x), vget_high_u8(y), vget_high_u8(weight)));
 }
 
-}  // namespace
-
 // 32 samples per step (a de-interleaving load keeps the even bytes), so the
 // table slices are loaded once per 32 lookups; a last group of 16 takes the
 // same step with its second half unused. count is a multiple of 16.
-void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
-                           uint8_t *weights, int32_t count) {
-  SliceTable slices;
-  prepareSliceTable(table, slices);
+void lookupEvenRowNeon(const uint8_t *bright, const uint8_t *dark, const SliceTable &slices,
+                       uint8_t *weights, int32_t count) {
   for (int32_t c = 0; c < count; c += 32) {
     const bool pair = c + 32 <= count;
     uint8x16_t index[2], value[2];
@@ -425,6 +424,20 @@ void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, const uin
     lookupTableNeon(slices, index, value);
     vst1q_u8(weights + c, value[0]);
     if (pair) vst1q_u8(weights + c + 16, value[1]);
+  }
+}
+
+}  // namespace
+
+// The table is rearranged once for all rows.
+void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, int32_t stride,
+                           const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows) {
+  SliceTable slices;
+  prepareSliceTable(table, slices);
+  for (int32_t r = 0; r < rows; ++r) {
+    lookupEvenRowNeon(bright + static_cast<ptrdiff_t>(2 * r) * stride,
+                      dark + static_cast<ptrdiff_t>(2 * r) * stride, slices,
+                      weights + static_cast<ptrdiff_t>(r) * count, count);
   }
 }
 

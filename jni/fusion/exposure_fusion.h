@@ -50,11 +50,12 @@ struct OutputRows {
   uint8_t *chroma;
 };
 
-// One even row's weights straight from the frames: weights[c] =
-// table[min(bright[2c], dark[2c])] for c < count (the lookup at the positions
-// the decimation keeps). The NEON version takes count a multiple of 16.
-void lookupEvenSamplesPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
-                               uint8_t *weights, int32_t count);
+// Half-resolution weights straight from the frames (the lookup at the
+// positions the decimation keeps): row r of `weights` (pitch count) takes
+// table[min(bright[2c], dark[2c])] from row 2r of the frames (pitch stride),
+// for c < count and r < rows. The NEON version takes count a multiple of 16.
+void lookupEvenSamplesPortable(const uint8_t *bright, const uint8_t *dark, int32_t stride,
+                               const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows);
 
 // Half-resolution weight row r doubled into luma rows 2r and 2r + 1 of the
 // weight plane (pitch stride), both luma rows blended with those weights, and
@@ -74,8 +75,8 @@ void blendLumaNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *we
                    int32_t count);
 void blendChromaRowNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
                         uint8_t *out, int32_t count);
-void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *table,
-                           uint8_t *weights, int32_t count);
+void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, int32_t stride,
+                           const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows);
 void doubleAndBlendRowsNeon(FrameRows bright, FrameRows dark, const uint8_t *weights,
                             uint8_t *doubled, OutputRows out, int32_t stride);
 void exposureFusionNeon(const FusionContext &ctx, const uint8_t *current, const uint8_t *previous,
