@@ -48,6 +48,7 @@ VideoHdrHandle *createHandle() {
 int32_t destroyHandle(VideoHdrHandle *handle) {
   if (!handle) return 1;
   ReleaseAlignHandleParams(handle);
+  if (handle->fusionContext) ReleaseFusionHandleParams(handle);
   std::free(handle->frameBuf0);
   std::free(handle);
   return 1;
@@ -82,6 +83,7 @@ int32_t Video_HDR_Process(VideoHdrHandle *handle, uint8_t *frame, int32_t caller
   const int32_t count = handle->frameCount;
   if (count == 0) {
     AllocAlignHandleParams(handle);
+    AllocFusionHandleParams(handle);
     copyFrameIn(handle->frameBuf0, frame, stride, height, scanline);
     handle->frameCount = 1;
     return 1;

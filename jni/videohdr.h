@@ -234,13 +234,53 @@ VIDEOHDR_API void shiftData(AlignContext *context, int32_t level);
 VIDEOHDR_API void getScanData(AlignContext *context, const uint8_t *prevFrame,
                               const uint8_t *curFrame, uint8_t *outFrame);
 
+/*
+ * Remaps dstPlane's grey levels towards refPlane's distribution (both
+ * width x height, row pitch width), using the context's four histogram
+ * tables. Answers 0, or width * height (32-bit) when that product is below 1,
+ * in which case dstPlane is left as it is. Pixels are visited by rows and
+ * columns, so negative dimensions never touch a pixel (two negative ones
+ * give a positive product: the answer is then 0 and nothing is remapped).
+ */
 VIDEOHDR_API int32_t HistMatching(AlignContext *context, const uint8_t *refPlane,
                                   uint8_t *dstPlane, int32_t width, int32_t height);
+/*
+ * Counts the level-0 bitmap pixels at which the previous frame, displaced by
+ * (dx, dy), disagrees with the current frame, over the exact overlap of the
+ * two frames (plus the set bits beyond a row's end that take part), as a
+ * float. The two ignored arguments are never read. Shifts the word-level
+ * funnel cannot make, |dx| >= 32 or |dx| >= width (dx != 0), and a width
+ * below 1 answer 0.0f without reading anything; so does an empty row overlap
+ * (|dy| >= height). Rows holding more than 31 blocks of four words (widths
+ * above 3,968) wrap the per-row 8-bit lane counters, as on the camera.
+ */
 VIDEOHDR_API float xorTwoResult(AlignContext *context, int32_t ignored1, int32_t ignored2,
                                 int32_t dy, int32_t dx);
+/*
+ * Misalignment fallback after the pyramid search. target, partner and
+ * fallback are w x h luma planes (pitch w, the context's width and height);
+ * target and fallback must hold whole frames of (3 * w * h) / 2 bytes, since
+ * a blur fallback copies the chroma too. Which frames to pass is the
+ * caller's choice. When it blends, the gradient sums read partner and
+ * fallback as Sobel_Neon does: when w % 8 == 1, one byte after partner's
+ * w * h bytes must be readable (fallback's chroma covers its own) and the
+ * result depends on it. A jump skips the sums, which only the blur check uses.
+ */
 VIDEOHDR_API void Back(AlignContext *context, int32_t frameCount, uint8_t *target,
                        const uint8_t *partner, const uint8_t *fallback);
+/* Sum of min(|gx| + |gy|, 255) over every interior pixel; 0.0 below 3 x 3. */
 VIDEOHDR_API double Sobel(const uint8_t *image, int32_t width, int32_t height);
+/*
+ * The block version of Sobel: blocks of eight centres from column 1,
+ * ceil((width - 8) / 8) of them per interior row, no scalar tail, 16-bit lane
+ * sums per row that wrap and count as signed. 0.0 below 3 rows or 9 columns.
+ * The caller's contract: when width % 8 == 1 (and width >= 9, height >= 3)
+ * the last block reads exactly one byte past the plane, image[width *
+ * height], which must be readable and which the result depends on; for any
+ * other width nothing past the plane is read. (In general the last interior
+ * row reads 8k - width + 2 bytes past the plane when that is positive, with
+ * k the blocks per row; it is never more than 1.)
+ */
 VIDEOHDR_API double Sobel_Neon(const uint8_t *image, int32_t width, int32_t height);
 
 /* ------------------------------------------------------------------------ */
@@ -258,14 +298,55 @@ struct FusionContext {
   uint8_t *quarterWeightPlanes[4]; /* (stride * scanline) >> 4 bytes each */
 };
 
+/*
+ * Builds the fusion context from the handle's width, height, stride and
+ * scanline (kept for the handle's life) and a zero-length block in fusionAux.
+ * Table block: tables 0..2 hold the tone curves, 3..7 are zero. Choices:
+ *   - the half-resolution plane block is zero-filled: the smoothing's scratch
+ *     plane (halfWeightPlanes[1]) has columns nothing writes but the fused
+ *     result depends on, so they start at 0 and every run is reproducible;
+ *   - every plane block has 64 bytes of slack after its carved planes;
+ *   - allocations are checked: if one fails, nothing stays allocated,
+ *     fusionContext and fusionAux stay null and frames are passed through
+ *     unfused. Answers 1 in every case.
+ */
 VIDEOHDR_API int32_t AllocFusionHandleParams(VideoHdrHandle *handle);
+/*
+ * Frees the context's blocks, the context and fusionAux, and leaves both
+ * pointers as they were. With a null fusionContext (a handle that never
+ * processed a frame) only fusionAux is freed. Answers 1.
+ */
 VIDEOHDR_API int32_t ReleaseFusionHandleParams(VideoHdrHandle *handle);
+/*
+ * Fills a two-segment tone curve: entries 0 .. knee-1 from (i / knee)^lowGamma
+ * * level, entries knee .. length-1 from (1 - level) * (j / (255 - knee))^highGamma
+ * + level, j = i - knee; direction 0 rises, 1 falls (1 - value), any other
+ * value writes nothing. Values are scaled by 255, truncated and clamped to a
+ * byte (NaN gives 0). Writes max(knee, length) entries: keep knee >= 0.
+ */
 VIDEOHDR_API void GenerateSCurve(uint8_t *curve, int32_t length, int32_t knee, float level,
                                  float lowGamma, float highGamma, int32_t direction);
 
 VIDEOHDR_API int32_t ExposureFusionNeon(VideoHdrHandle *handle, const uint8_t *current,
                                         const uint8_t *alignedPrevious, uint8_t *output);
 
+/*
+ * 7-tap filters on planes whose pitch is `width`: tent taps 1 2 3 4 3 2 1 >> 4,
+ * _Smooth taps 4 4 5 6 5 4 4 >> 5, truncated. Columns (rows) 0 .. border-1 and
+ * those after the last whole block are left as they are.
+ * Horizontal: runs when height >= 1 and width - 8 - border >= border; blocks
+ * of 8 results start at columns border, border + 8, ... up to width - 8 -
+ * border, and the result in column border + x is centred on source column
+ * 3 + x. Vertical: runs when width >= 8 and height > 2 * border; filters the
+ * columns of whole 8-column blocks in rows border .. height-border-1, taking
+ * rows border-3 .. border+3 first and row 2 * border + 1 + t after output t
+ * (with border 3: centred on its own row).
+ * A negative border writes nothing. A border below 3 reads source bytes
+ * outside the plane, which the results depend on, so the caller must provide
+ * them: the horizontal pass reads 6 - 2 * border bytes after the plane, the
+ * vertical pass 3 - border rows before it and, when height < border + 4,
+ * rows up to border + 3. With border 3 or more nothing outside is read.
+ */
 VIDEOHDR_API void horizontalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width,
                                           int32_t height, int32_t border);
 VIDEOHDR_API void VerticalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width,
@@ -275,16 +356,42 @@ VIDEOHDR_API void horizontalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *ds
 VIDEOHDR_API void VerticalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width,
                                                int32_t height, int32_t border);
 
+/*
+ * Halving by point sampling: dst[r * (width >> 1) + c] = src[2r * stride + 2c]
+ * for r < height >> 1, c < width >> 1 (destination tightly packed). Both
+ * variants give the same bytes and write nothing past the destination plane.
+ */
 VIDEOHDR_API void downScale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width,
                                        int32_t height, int32_t stride);
 VIDEOHDR_API void downScale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width,
                                             int32_t height, int32_t stride);
+/*
+ * Averaging doubling (destination pitch 2 * stride): output (Y, X) for
+ * Y < 2 * height - 2, X < 2 * width - 2 is the truncated mean of the source
+ * 2x2 block at (Y >> 1, X >> 1); the last two rows and columns are left as
+ * they are. Needs height >= 2 and width >= 2.
+ */
 VIDEOHDR_API void upscale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width,
                                      int32_t height, int32_t stride);
+/*
+ * Replicating doubling (destination pitch 2 * stride, 2 * height rows; a
+ * different operation from upscale_2x_uint8_t): each even row is built in
+ * 16-byte blocks of doubled source bytes while the block start is below
+ * 2 * width, then copied whole to the odd row. So X < min(16 * ceil(width / 8),
+ * 2 * stride) gives src[Y >> 1][X >> 1] (the last block doubles source row
+ * padding when stride > width), and any further bytes of the row keep their
+ * old content, copied to the odd row too. Nothing is written past the
+ * destination plane; source rows are read up to that bound, within stride.
+ */
 VIDEOHDR_API void upscale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width,
                                           int32_t height, int32_t stride);
+/*
+ * Splits `width` bytes (width >> 1 pairs) of each interleaved row, pitch
+ * `stride`, into byte 0 and byte 1 planes of pitch stride >> 1.
+ */
 VIDEOHDR_API void extract_uvBuffer(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf,
                                    int32_t width, int32_t height, int32_t stride);
+/* Interleaves `width` pairs per row; all three planes are tightly packed. */
 VIDEOHDR_API void combine_uvBuffer(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf,
                                    int32_t width, int32_t height);
 

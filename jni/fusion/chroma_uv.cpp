@@ -1,1 +1,111 @@
-// Implementation arrives with its operation.
+// Splitting an interleaved chroma plane into two planes and joining two
+// planes into one. Byte 0 and byte 1 of each pair are kept apart; which
+// component comes first is the caller's business.
+#include <cstdint>
+
+#include "../simd.h"
+#include "plane_ops.h"
+#include "videohdr.h"
+
+namespace videohdr {
+namespace {
+
+constexpr int32_t kPairBlock = 16;  // pairs per vector block
+
+// Pair loops over [first, pairs) of one row; the vector variants finish the
+// row with these after their whole blocks.
+void splitPairs(const uint8_t *uv, uint8_t *u, uint8_t *v, int32_t first, int32_t pairs) {
+  for (int32_t k = first; k < pairs; ++k) {
+    u[k] = uv[2 * k];
+    v[k] = uv[2 * k + 1];
+  }
+}
+
+void joinPairs(const uint8_t *u, const uint8_t *v, uint8_t *uv, int32_t first, int32_t pairs) {
+  for (int32_t k = first; k < pairs; ++k) {
+    uv[2 * k] = u[k];
+    uv[2 * k + 1] = v[k];
+  }
+}
+
+}  // namespace
+
+// `width` counts bytes of the interleaved row (an odd last byte is not a
+// pair and stays unread); the two planes have pitch stride >> 1.
+void extractUvPortable(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
+                       int32_t height, int32_t stride) {
+  const int32_t pairs = width >> 1;
+  if (height < 1 || pairs < 1) return;
+  for (int32_t y = 0; y < height; ++y)
+    splitPairs(planeRow(uvBuf, y, stride), planeRow(uBuf, y, stride >> 1),
+               planeRow(vBuf, y, stride >> 1), 0, pairs);
+}
+
+// `width` counts pairs; all three planes are tightly packed.
+void combineUvPortable(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
+                       int32_t height) {
+  if (height < 1 || width < 1) return;
+  for (int32_t y = 0; y < height; ++y)
+    joinPairs(planeRow(uBuf, y, width), planeRow(vBuf, y, width), planeRow(uvBuf, y, 2 * width), 0,
+              width);
+}
+
+#if VIDEOHDR_HAVE_NEON
+void extractUvNeon(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
+                   int32_t height, int32_t stride) {
+  const int32_t pairs = width >> 1;
+  if (height < 1 || pairs < 1) return;
+  const int32_t blockEnd = pairs - pairs % kPairBlock;
+  for (int32_t y = 0; y < height; ++y) {
+    const uint8_t *uv = planeRow(uvBuf, y, stride);
+    uint8_t *u = planeRow(uBuf, y, stride >> 1);
+    uint8_t *v = planeRow(vBuf, y, stride >> 1);
+    for (int32_t k = 0; k < blockEnd; k += kPairBlock) {
+      const uint8x16x2_t split = vld2q_u8(uv + 2 * k);
+      vst1q_u8(u + k, split.val[0]);
+      vst1q_u8(v + k, split.val[1]);
+    }
+    splitPairs(uv, u, v, blockEnd, pairs);
+  }
+}
+
+void combineUvNeon(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
+                   int32_t height) {
+  if (height < 1 || width < 1) return;
+  const int32_t blockEnd = width - width % kPairBlock;
+  for (int32_t y = 0; y < height; ++y) {
+    const uint8_t *u = planeRow(uBuf, y, width);
+    const uint8_t *v = planeRow(vBuf, y, width);
+    uint8_t *uv = planeRow(uvBuf, y, 2 * width);
+    for (int32_t k = 0; k < blockEnd; k += kPairBlock) {
+      const uint8x16x2_t joined = {{vld1q_u8(u + k), vld1q_u8(v + k)}};
+      vst2q_u8(uv + 2 * k, joined);
+    }
+    joinPairs(u, v, uv, blockEnd, width);
+  }
+}
+#endif  // VIDEOHDR_HAVE_NEON
+
+}  // namespace videohdr
+
+extern "C" {
+
+void extract_uvBuffer(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
+                      int32_t height, int32_t stride) {
+#if VIDEOHDR_NATIVE_NEON
+  videohdr::extractUvNeon(uvBuf, uBuf, vBuf, width, height, stride);
+#else
+  videohdr::extractUvPortable(uvBuf, uBuf, vBuf, width, height, stride);
+#endif
+}
+
+void combine_uvBuffer(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
+                      int32_t height) {
+#if VIDEOHDR_NATIVE_NEON
+  videohdr::combineUvNeon(uBuf, vBuf, uvBuf, width, height);
+#else
+  videohdr::combineUvPortable(uBuf, vBuf, uvBuf, width, height);
+#endif
+}
+
+}  // extern "C"

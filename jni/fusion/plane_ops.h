@@ -6,11 +6,20 @@
 #ifndef VIDEOHDR_FUSION_PLANE_OPS_H
 #define VIDEOHDR_FUSION_PLANE_OPS_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "../simd.h"
 
 namespace videohdr {
+
+// Start of row `row` of a plane with the given pitch (rows may be negative).
+inline const uint8_t *planeRow(const uint8_t *plane, int32_t row, int32_t pitch) {
+  return plane + static_cast<ptrdiff_t>(row) * pitch;
+}
+inline uint8_t *planeRow(uint8_t *plane, int32_t row, int32_t pitch) {
+  return plane + static_cast<ptrdiff_t>(row) * pitch;
+}
 
 // The two 7-tap kernels: Tent is 1 2 3 4 3 2 1 >> 4, Smooth is 4 4 5 6 5 4 4 >> 5.
 enum class Filter7 { Tent, Smooth };
