@@ -95,6 +95,7 @@ int32_t Video_HDR_Process(VideoHdrHandle *handle, uint8_t *frame, int32_t caller
   uint8_t *prev = odd ? handle->frameBuf0 : handle->frameBuf1;
   copyFrameIn(cur, frame, stride, height, scanline);
   AlignProcess(handle, cur, prev, handle->alignedBuf, count);
+  ExposureFusionNeon(handle, cur, handle->alignedBuf, frame);
 
   handle->frameCount = count > kLastCountBeforeWrap ? 1 : count + 1;
   __android_log_print(ANDROID_LOG_INFO, videohdr::kLogTag, "V_HDR Process Successfully %d",

@@ -327,6 +327,19 @@ VIDEOHDR_API int32_t ReleaseFusionHandleParams(VideoHdrHandle *handle);
 VIDEOHDR_API void GenerateSCurve(uint8_t *curve, int32_t length, int32_t knee, float level,
                                  float lowGamma, float highGamma, int32_t direction);
 
+/*
+ * Fuses two frame copies (luma stride * height bytes, chroma (stride * height)
+ * / 2 bytes right behind it) into `output` (luma at 0, chroma at stride *
+ * scanline), with the height, stride and scanline of the handle's fusion
+ * context. The brighter input is the one with the larger luma sum over every
+ * 4th byte of every 32nd row; equal sums make `current` the brighter. Writes
+ * exactly the output's luma and chroma planes: the padding rows between
+ * height and scanline and everything after the chroma plane stay untouched.
+ * Expects scanline >= height. Each input is read over its luma and chroma
+ * planes, and at least 15 bytes past its luma plane even when the chroma plane
+ * is shorter. Answers 1. Without a fusion context (its allocation failed, or
+ * the handle has taken no frame yet) it writes nothing.
+ */
 VIDEOHDR_API int32_t ExposureFusionNeon(VideoHdrHandle *handle, const uint8_t *current,
                                         const uint8_t *alignedPrevious, uint8_t *output);
 
