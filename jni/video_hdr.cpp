@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "alignment_op/align_internal.h"
 #include "hdr_log.h"
 #include "videohdr.h"
 
@@ -27,6 +28,88 @@ void copyFrameIn(uint8_t *dst, const uint8_t *frame, int32_t stride, int32_t hei
   std::memcpy(dst, frame, static_cast<size_t>(lumaBytes));
   std::memcpy(dst + lumaBytes, frame + static_cast<ptrdiff_t>(scanline) * stride,
               static_cast<size_t>(chromaBytes));
+}
+
+// The geometry the handle's contexts were built with on its first frame.
+struct BuiltGeometry {
+  int32_t width, height, stride, scanline;
+};
+
+// The fusion context keeps the whole first geometry; the alignment record only
+// 16 bits of width and height, so it stands in only while fusion has none.
+bool builtGeometry(const VideoHdrHandle *handle, BuiltGeometry *g) {
+  if (const FusionContext *f = handle->fusionContext) {
+    *g = {f->width, f->height, f->stride, f->scanline};
+    return true;
+  }
+  if (const AlignConfig *a = handle->alignConfig) {
+    *g = {a->width, a->height, a->stride, 0};
+    return true;
+  }
+  return false;
+}
+
+bool sameGeometry(const BuiltGeometry &built, bool fullWidth, int32_t width, int32_t height,
+                  int32_t stride) {
+  const int32_t w = fullWidth ? width : static_cast<uint16_t>(width);
+  const int32_t h = fullWidth ? height : static_cast<uint16_t>(height);
+  return built.width == w && built.height == h && built.stride == stride;
+}
+
+template <typename... Args>
+bool refuse(const char *format, Args... args) {
+  __android_log_print(ANDROID_LOG_ERROR, videohdr::kLogTag, format, args...);
+  return true;
+}
+
+// Logs why a frame cannot be taken and answers true; answers false for a
+// frame the handle can process. Nothing else is touched either way.
+bool refuseFrame(const VideoHdrHandle *handle, const uint8_t *frame, int32_t width, int32_t height,
+                 int32_t stride, int32_t scanline) {
+  if (!handle) return refuse("V_HDR Process refused: null handle");
+  if (!frame) return refuse("V_HDR Process refused: null frame");
+  if (width <= 0 || height <= 0 || stride <= 0)
+    return refuse("V_HDR Process refused: width %d, height %d and stride %d must be positive",
+                  width, height, stride);
+  if (stride < width)
+    return refuse("V_HDR Process refused: stride %d below width %d", stride, width);
+  if (scanline < height)
+    return refuse("V_HDR Process refused: scanline %d below height %d", scanline, height);
+  const int64_t lumaBytes = int64_t{stride} * height;
+  if (lumaBytes > VIDEOHDR_MAX_LUMA_BYTES)
+    return refuse("V_HDR Process refused: stride %d x height %d = %lld luma bytes above %d", stride,
+                  height, static_cast<long long>(lumaBytes), VIDEOHDR_MAX_LUMA_BYTES);
+  const int64_t areaBytes = int64_t{stride} * scanline;
+  if (areaBytes > VIDEOHDR_MAX_AREA_BYTES)
+    return refuse("V_HDR Process refused: stride %d x scanline %d = %lld bytes above %d", stride,
+                  scanline, static_cast<long long>(areaBytes), VIDEOHDR_MAX_AREA_BYTES);
+  if (handle->frameCount == 0) return false;
+
+  BuiltGeometry built;
+  if (!builtGeometry(handle, &built))
+    return refuse("V_HDR Process refused: the first frame left no contexts (out of memory)");
+  const bool fullWidth = handle->fusionContext != nullptr;
+  if (!sameGeometry(built, fullWidth, width, height, stride))
+    return refuse(
+        "V_HDR Process refused: width %d, height %d, stride %d differ from the first frame's "
+        "%d, %d, %d",
+        width, height, stride, built.width, built.height, built.stride);
+  // The fusion writes the chroma at the first frame's scanline: a smaller one
+  // would put it past the end of this frame.
+  if (scanline < built.scanline)
+    return refuse("V_HDR Process refused: scanline %d below the first frame's %d", scanline,
+                  built.scanline);
+  return false;
+}
+
+// A handle whose frames the motion search cannot take says so once, when its
+// first frame builds the contexts (the geometry never changes afterwards).
+void logIfAlignmentSkipped(const AlignContext *ctx) {
+  if (!ctx || !ctx->workBuf || videohdr::searchSupported(ctx)) return;
+  __android_log_print(ANDROID_LOG_INFO, videohdr::kLogTag,
+                      "V_HDR alignment skipped: width %d is below the %d pixels the motion "
+                      "search needs",
+                      ctx->width, VIDEOHDR_MIN_SEARCH_WIDTH);
 }
 
 VideoHdrHandle *createHandle() {
@@ -71,6 +154,7 @@ int32_t initVideoHdr(VideoHdrHandle *handle, int32_t width, int32_t height, int3
 int32_t Video_HDR_Process(VideoHdrHandle *handle, uint8_t *frame, int32_t callerParam,
                           int32_t callerFlag, int32_t width, int32_t height, int32_t stride,
                           int32_t scanline) {
+  if (refuseFrame(handle, frame, width, height, stride, scanline)) return 0;
   __android_log_print(ANDROID_LOG_INFO, videohdr::kLogTag, "TQ0530 V_HDR Process %d..., %d",
                       handle->frameCount, scanline);
   handle->callerParam = callerParam;
@@ -84,6 +168,7 @@ int32_t Video_HDR_Process(VideoHdrHandle *handle, uint8_t *frame, int32_t caller
   if (count == 0) {
     AllocAlignHandleParams(handle);
     AllocFusionHandleParams(handle);
+    logIfAlignmentSkipped(handle->alignContext);
     copyFrameIn(handle->frameBuf0, frame, stride, height, scanline);
     handle->frameCount = 1;
     return 1;
@@ -105,9 +190,13 @@ int32_t Video_HDR_Process(VideoHdrHandle *handle, uint8_t *frame, int32_t caller
 
 int32_t processVideoHdr(VideoHdrHandle *handle, uint8_t *frame, int32_t callerParam,
                         int32_t scanline) {
-  Video_HDR_Process(handle, frame, callerParam, 1, handle->width, handle->height, handle->stride,
-                    scanline);
-  return 1;
+  if (!handle) {
+    refuse("V_HDR Process refused: null handle");
+    return 0;
+  }
+  // A refused frame answers 0 here too; every taken frame answers 1.
+  return Video_HDR_Process(handle, frame, callerParam, 1, handle->width, handle->height,
+                           handle->stride, scanline);
 }
 
 int32_t destroyVideoHdrHandle(VideoHdrHandle *handle) { return destroyHandle(handle); }

@@ -58,6 +58,9 @@ typedef struct FusionContext FusionContext;
 #define VIDEOHDR_MAX_LUMA_BYTES 2621440
 /* Narrowest frame the four-level motion search supports. */
 #define VIDEOHDR_MIN_SEARCH_WIDTH 1032
+/* Largest stride * scanline a frame may span: every size derived from it
+ * (the fusion planes are four such areas) stays in 32-bit arithmetic. */
+#define VIDEOHDR_MAX_AREA_BYTES 536870911
 
 typedef struct VideoHdrHandle {
   int32_t callerParam; /* third argument of the process calls; stored, never read */
@@ -91,14 +94,35 @@ VIDEOHDR_API int32_t initVideoHdr(VideoHdrHandle *handle, int32_t width, int32_t
  * Processes one frame in place. The first frame of a handle only primes it
  * (the frame is returned unchanged); every later frame receives the fusion of
  * itself with the previous frame moved into alignment. Answers 1.
+ *
+ * The caller's frame spans stride * scanline + (stride * height) / 2 bytes;
+ * nothing outside them is read or written.
+ *
+ * Refused frames: the call answers 0, logs one line at error priority under
+ * "VideoHDR" naming the reason and the values, and leaves the frame and the
+ * handle exactly as they were (the next frame goes on as if the refused one
+ * had never come). A frame is refused when
+ *   - the handle or the frame is null;
+ *   - width, height or stride is not positive, stride < width or
+ *     scanline < height;
+ *   - stride * height > VIDEOHDR_MAX_LUMA_BYTES (the frame buffers' size) or
+ *     stride * scanline > VIDEOHDR_MAX_AREA_BYTES;
+ *   - after the first frame: width, height or stride differ from the first
+ *     frame's (the contexts are built once, from it), or scanline is smaller
+ *     than the first frame's (the fused chroma is written at that row);
+ *   - after the first frame the handle has no contexts (out of memory then).
+ * Frames narrower than VIDEOHDR_MIN_SEARCH_WIDTH are taken: they are fused
+ * with the previous frame unmoved, and the handle logs that once, on its
+ * first frame, at information priority.
  */
-VIDEOHDR_API int32_t Video_HDR_Process(VideoHdrHandle *handle, uint8_t *frame,
-                                       int32_t callerParam, int32_t callerFlag, int32_t width,
-                                       int32_t height, int32_t stride, int32_t scanline);
+VIDEOHDR_API int32_t Video_HDR_Process(VideoHdrHandle *handle, uint8_t *frame, int32_t callerParam,
+                                       int32_t callerFlag, int32_t width, int32_t height,
+                                       int32_t stride, int32_t scanline);
 
-/* Video_HDR_Process with callerFlag 1 and the geometry of initVideoHdr. */
-VIDEOHDR_API int32_t processVideoHdr(VideoHdrHandle *handle, uint8_t *frame,
-                                     int32_t callerParam, int32_t scanline);
+/* Video_HDR_Process with callerFlag 1 and the geometry of initVideoHdr; answers
+ * 1, or 0 for a refused frame (a null handle included). */
+VIDEOHDR_API int32_t processVideoHdr(VideoHdrHandle *handle, uint8_t *frame, int32_t callerParam,
+                                     int32_t scanline);
 
 /* Frees the handle and everything it owns; null is allowed. Answers 1. */
 VIDEOHDR_API int32_t destroyVideoHdrHandle(VideoHdrHandle *handle);
@@ -165,6 +189,9 @@ VIDEOHDR_API int32_t initAlignPara(AlignConfig *config, uint16_t width, uint16_t
                                    int32_t stride, int32_t levels, int32_t searchStep,
                                    int32_t maxThreshold, int32_t minThreshold);
 VIDEOHDR_API int32_t calCpuDataAlignMem(AlignContext *context, uint32_t *size);
+/* Rebuilds the workspace from the handle's alignConfig; a workspace the
+ * context already holds is freed first, so a context made by hand must start
+ * with workBuf null. */
 VIDEOHDR_API int32_t allocAlignCPUMem(VideoHdrHandle *handle);
 VIDEOHDR_API int32_t freeMem(VideoHdrHandle *handle);
 VIDEOHDR_API void InitPara(AlignContext *context, const uint8_t *prevFrame,
@@ -364,8 +391,8 @@ VIDEOHDR_API void horizontalFilter7x7neon(const uint8_t *src, uint8_t *dst, int3
                                           int32_t height, int32_t border);
 VIDEOHDR_API void VerticalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width,
                                         int32_t height, int32_t border);
-VIDEOHDR_API void horizontalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst,
-                                                 int32_t width, int32_t height, int32_t border);
+VIDEOHDR_API void horizontalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width,
+                                                 int32_t height, int32_t border);
 VIDEOHDR_API void VerticalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width,
                                                int32_t height, int32_t border);
 

@@ -59,8 +59,8 @@ void writeAlignedFrame(int32_t w, int32_t h, int32_t dx, int32_t dy, const uint8
 extern "C" void getScanData(AlignContext *context, const uint8_t *prevFrame,
                             const uint8_t *curFrame, uint8_t *outFrame) {
   int32_t dx, dy;
-  videohdr::filterShift(context->levelDx[0], context->levelDy[0], context->lastDx,
-                        context->lastDy, &dx, &dy);
+  videohdr::filterShift(context->levelDx[0], context->levelDy[0], context->lastDx, context->lastDy,
+                        &dx, &dy);
   videohdr::writeAlignedFrame(context->width, context->height, dx, dy, prevFrame, curFrame,
                               outFrame);
   context->lastDx = dx;

@@ -1,5 +1,6 @@
 // Alignment parameters, the alignment context and its single workspace, the
 // alignment driver, and the release of the alignment state.
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -49,8 +50,12 @@ bool allocateWorkspace(AlignContext *ctx) {
   calCpuDataAlignMem(ctx, &ctx->workSize);
   // The slack past workSize keeps the vector kernels' reads past the last
   // region (the blend buffer's gradient sums) inside the allocation.
+  // On a 32-bit target a workspace within the slack of 4 GiB cannot exist; the
+  // addition must not wrap it into a tiny block that the search then overruns.
+  constexpr size_t kLargestWorkSize = SIZE_MAX - videohdr::kWorkspaceSlack;
+  const bool representable = size_t{ctx->workSize} <= kLargestWorkSize;
   size_t bytes = size_t{ctx->workSize} + videohdr::kWorkspaceSlack;
-  ctx->workBuf = static_cast<uint8_t *>(std::malloc(bytes));
+  ctx->workBuf = representable ? static_cast<uint8_t *>(std::malloc(bytes)) : nullptr;
   if (!ctx->workBuf) {
     __android_log_print(ANDROID_LOG_INFO, videohdr::kLogTag,
                         "align malloc failed in line number: %d functon: %s file: %s",
@@ -93,7 +98,8 @@ int32_t calCpuDataAlignMem(AlignContext *context, uint32_t *size) {
   uint32_t w = static_cast<uint32_t>(context->width);
   uint32_t h = static_cast<uint32_t>(context->height);
   uint32_t P = w * h;
-  uint32_t W = static_cast<uint32_t>(context->width + 63) >> 5;
+  // 64-bit so that no width overflows the rounding; the shift stays arithmetic.
+  uint32_t W = static_cast<uint32_t>((int64_t{context->width} + 63) >> 5);
   *size = kFixedBytes + 17u * P + ((3u * P) >> 1) + W * (192u + 192u * h);
   return 1;
 }
@@ -174,7 +180,7 @@ void InitPara(AlignContext *context, const uint8_t *prevFrame, const uint8_t *cu
 int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,
                      uint8_t *outFrame, int32_t /*frameCount*/) {
   AlignContext *ctx = handle->alignContext;
-  if (!ctx || !ctx->workBuf || ctx->width < 1 || ctx->height < 1 || ctx->levels < 1) {
+  if (!videohdr::searchSupported(ctx)) {
     // Nothing to search with: the previous frame goes out unmoved.
     const int32_t w = ctx ? ctx->width : handle->width;
     const int32_t h = ctx ? ctx->height : handle->height;
@@ -222,6 +228,12 @@ int32_t ReleaseAlignHandleParams(VideoHdrHandle *handle) {
 }  // extern "C"
 
 namespace videohdr {
+
+bool searchSupported(const AlignContext *ctx) {
+  constexpr int32_t kMinLevelWidth = 129;
+  if (!ctx || !ctx->workBuf || ctx->height < 1 || ctx->levels < 1 || ctx->levels > 4) return false;
+  return (ctx->width >> (ctx->levels - 1)) >= kMinLevelWidth;
+}
 
 void storeZeroShift(AlignContext *ctx) {
   for (int32_t l = 0; l < ctx->levels; ++l) {

@@ -1,0 +1,39 @@
+#!/usr/bin/env bash
+# Runs every host test binary under valgrind memcheck: any invalid access, use
+# of uninitialised memory or definite/indirect leak fails the run.
+# Usage: scripts/valgrind.sh
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+packages=(valgrind cmake ninja-build g++ googletest libgtest-dev libsimde-dev)
+missing=()
+for p in "${packages[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
+done
+if ((${#missing[@]})); then
+  sudo=""
+  [ "$(id -u)" -eq 0 ] || sudo="sudo"
+  $sudo apt-get update -q
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
+fi
+
+cmake -S . -B build/valgrind -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DVIDEOHDR_BUILD_TOOLS=OFF >/dev/null
+cmake --build build/valgrind -j "$(nproc)"
+
+failed=()
+for t in build/valgrind/tests/*_tests; do
+  [ -x "$t" ] || continue
+  echo "=== valgrind $(basename "$t") ==="
+  if ! valgrind --tool=memcheck --error-exitcode=99 --leak-check=full \
+      --errors-for-leak-kinds=definite,indirect --show-leak-kinds=definite,indirect \
+      --track-origins=yes -q "$t" --gtest_brief=1 >"build/valgrind/$(basename "$t").log" 2>&1; then
+    tail -n 40 "build/valgrind/$(basename "$t").log"
+    failed+=("$(basename "$t")")
+  fi
+done
+if ((${#failed[@]})); then
+  echo "valgrind found errors in: ${failed[*]}" >&2
+  exit 1
+fi
+echo "valgrind clean"
