@@ -2,8 +2,8 @@
 # Installs what the tests need (Debian), then builds and runs every test suite
 # in each configuration: x86-64 host, ARMv7-A NEON and AArch64 under qemu, and
 # a host build with AddressSanitizer + UndefinedBehaviorSanitizer; then every
-# libFuzzer target for an even share of 200 s (scripts/fuzz.sh) and every host test binary under
-# valgrind memcheck (scripts/valgrind.sh).
+# libFuzzer target for an even share of 200 s (scripts/fuzz.sh) and every host
+# test binary under valgrind memcheck (scripts/valgrind.sh).
 # Usage: scripts/test.sh [host|armv7|aarch64|asan|fuzz|valgrind ...]   (default: all)
 set -euo pipefail
 cd "$(dirname "$0")/.."
