@@ -116,7 +116,10 @@ VideoHdrHandle *createHandle() {
   auto *handle = static_cast<VideoHdrHandle *>(std::malloc(sizeof(VideoHdrHandle)));
   if (!handle) return nullptr;
   std::memset(handle, 0, sizeof *handle);
-  auto *block = static_cast<uint8_t *>(std::malloc(VIDEOHDR_FRAME_BLOCK_BYTES + kFrameBlockSlack));
+  // Zero-filled so that a frame never reads bytes nobody wrote, whatever state
+  // a caller restores into the counter (calloc's fresh pages cost nothing).
+  auto *block =
+      static_cast<uint8_t *>(std::calloc(1, VIDEOHDR_FRAME_BLOCK_BYTES + kFrameBlockSlack));
   if (!block) {
     std::free(handle);
     return nullptr;

@@ -82,7 +82,7 @@ typedef struct VideoHdrHandle {
   void *fusionAux; /* a zero-length block made with the fusion context */
 } VideoHdrHandle;
 
-/* A new handle with a 11,796,480-byte frame block, or null when out of memory. */
+/* A new handle with a zero-filled 11,796,480-byte frame block, or null when out of memory. */
 VIDEOHDR_API VideoHdrHandle *createVideoHdrHandle(void);
 VIDEOHDR_API VideoHdrHandle *Video_HDR_Initial(void);
 

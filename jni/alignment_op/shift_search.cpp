@@ -43,8 +43,8 @@ void setEdgeMasks(int32_t dx, int32_t r, int32_t u, CountPlan *plan) {
     const uint32_t edge = r == 0 ? 0xFFFFFFFEu : shiftLeft(kAllOnes, 33 - r);
     plan->lastMaskDisplaced = plan->lastMaskPlain = edge;
   } else if (dx > 0) {
-    // S's last data word takes no part; only R's bits whose partner x + u
-    // lies inside the row count (r = 0 is covered by r <= u).
+    // S's last data word takes no part; R's counts against nothing in its
+    // first r - u pixels, or its first 32 - u when r <= u (r = 0 included).
     plan->lastMaskDisplaced = 0;
     plan->lastMaskPlain = shiftLeft(kAllOnes, r <= u ? u : u + 32 - r);
   } else {
