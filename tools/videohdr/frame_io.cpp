@@ -139,15 +139,15 @@ bool FrameReader::readY4mFrame(Frame *frame) {
   const LineEnd end = readLine(stream_.file(), &line);
   stream_.checkError("read");
   if (end == LineEnd::kEndOfInput) return false;
+  const Geometry &g = info_.geometry;
+  const size_t expected = y4mFrameDataBytes(g.width, g.height);
+  if (end == LineEnd::kInputEndsInside) truncated(0, expected);
   const std::string magic = kY4mFrameMagic;
-  if (line.compare(0, magic.size(), magic) != 0 ||
+  if (end == LineEnd::kTooLong || line.compare(0, magic.size(), magic) != 0 ||
       (line.size() > magic.size() && line[magic.size()] != ' ')) {
     throw ToolError(name() + ": malformed frame header at frame " + std::to_string(framesRead_) +
                     " (expected FRAME)");
   }
-  const Geometry &g = info_.geometry;
-  const size_t expected = y4mFrameDataBytes(g.width, g.height);
-  if (end != LineEnd::kLine) truncated(0, expected);
   frame->y4mParams = line.substr(magic.size());
 
   // Luma straight into the frame; the two chroma planes are interleaved into
