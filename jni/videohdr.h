@@ -174,12 +174,34 @@ VIDEOHDR_API int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uin
                                   uint8_t *outFrame, int32_t frameCount);
 VIDEOHDR_API int32_t ReleaseAlignHandleParams(VideoHdrHandle *handle);
 
+/*
+ * Level-0 threshold bitmaps of both frames: a pixel's bit is set when it is
+ * brighter than its frame's mean grey level held within [minThreshold,
+ * maxThreshold]. Answers 1 when the previous frame's luma sum is the larger.
+ * Each row is summed in groups of 8 bytes in 16-bit lanes (which wrap in rows
+ * wider than 2,056 pixels). For a width that is not a multiple of 8 the last
+ * group of a row includes the up to 7 bytes after the row's end, and they count
+ * towards the mean and the result: the next row's first bytes, or for the last
+ * row the first bytes of the next workspace region (read, never written).
+ * For a width that is a multiple of 32 the last 32 columns stay 0.
+ */
 VIDEOHDR_API int32_t ThreshBitmap(AlignContext *context, int32_t maxThreshold,
                                   int32_t minThreshold);
+/*
+ * Level `level` (1 or more) of both bitmap pyramids: pixel (x, y) = pixel
+ * (2x, 2y) of the level below. Does nothing when the level below has fewer
+ * than 2 rows or this level has no columns.
+ */
 VIDEOHDR_API void buildGaussianPyramid(AlignContext *context, int32_t level);
 VIDEOHDR_API int32_t xorTwoPyramid_New(AlignContext *context, int32_t ignored1,
                                        int32_t ignored2, int32_t level, int32_t dy, int32_t dx);
 VIDEOHDR_API void shiftPyramid(AlignContext *context, int32_t level);
+/*
+ * movedBitmap[level] = prevBitmap[level] moved by (2 levelDx[level + 1],
+ * 2 levelDy[level + 1]) (a plain copy at the coarsest level). After a move to
+ * the right the pad word of every row is 0. A horizontal move of 32 pixels or
+ * more, which the word-wise moves cannot make, leaves the whole bitmap 0.
+ */
 VIDEOHDR_API void shiftData(AlignContext *context, int32_t level);
 VIDEOHDR_API void getScanData(AlignContext *context, const uint8_t *prevFrame,
                               const uint8_t *curFrame, uint8_t *outFrame);

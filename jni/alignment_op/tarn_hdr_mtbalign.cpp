@@ -181,7 +181,8 @@ int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFra
     return 0;
   }
   InitPara(ctx, prevFrame, curFrame);
-  const int32_t brighterPrev = 0;
+  const int32_t brighterPrev = ThreshBitmap(ctx, ctx->maxThreshold, ctx->minThreshold);
+  for (int32_t l = 1; l < ctx->levels; ++l) buildGaussianPyramid(ctx, l);
   videohdr::storeZeroShift(ctx);
   getScanData(ctx, prevFrame, curFrame, outFrame);
   return brighterPrev;
