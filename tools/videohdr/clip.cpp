@@ -22,11 +22,13 @@ constexpr double kTwoPi = 6.283185307179586;
 
 // One axis of the shake, in [-1, 1]: a slow sway and a faster tremor, with
 // periods and phases that differ between the axes so the path is not diagonal.
+// The sway turns slowly enough that the library's jump filter (which holds a
+// shift back when it starts from rest too fast or reverses) follows most steps.
 double sway(int32_t n, int axis) {
-  static const double kPeriods[2][2] = {{11.0, 4.7}, {13.0, 5.3}};
+  static const double kPeriods[2][2] = {{17.0, 6.0}, {16.0, 8.0}};
   static const double kPhases[2][2] = {{0.3, 1.9}, {2.2, 0.7}};
-  return 0.6 * std::sin(kTwoPi * n / kPeriods[axis][0] + kPhases[axis][0]) +
-         0.4 * std::sin(kTwoPi * n / kPeriods[axis][1] + kPhases[axis][1]);
+  return 0.75 * std::sin(kTwoPi * n / kPeriods[axis][0] + kPhases[axis][0]) +
+         0.25 * std::sin(kTwoPi * n / kPeriods[axis][1] + kPhases[axis][1]);
 }
 
 // The position nearest `target` whose step from `from` has the wanted parity

@@ -42,8 +42,8 @@ TEST(ShakePath, TwentyPixelsReachesLargeShiftsBothWays) {
     most = std::max(most, path[n].x - path[n - 1].x);
     least = std::min(least, path[n].x - path[n - 1].x);
   }
-  EXPECT_GE(most, 12);
-  EXPECT_LE(least, -12);
+  EXPECT_GE(most, 8);
+  EXPECT_LE(least, -8);
 }
 
 TEST(ShakePath, NoShakeStandsStill) {
