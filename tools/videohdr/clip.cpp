@@ -83,8 +83,15 @@ Scene sceneFromSet(const fs::path &dir) {
     levels.push_back(meanLevel(photos.back()));
     requireSameSize(photos.front(), files.front().string(), photos.back(), file.string());
   }
-  const size_t dark = std::min_element(levels.begin(), levels.end()) - levels.begin();
-  const size_t bright = std::max_element(levels.begin(), levels.end()) - levels.begin();
+  // The darkest and the next brighter. The bitmap alignment needs the two
+  // exposures to agree on which half of the scene is bright: across the widest
+  // brackets (four to five stops, with much of one frame black and much of the
+  // other clipped) they do not.
+  std::vector<size_t> order(files.size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return levels[a] < levels[b]; });
+  const size_t dark = order[0];
+  const size_t bright = order[1];
   Scene scene;
   scene.name = dir.filename().string();
   scene.darkPath = files[dark].string();

@@ -36,8 +36,9 @@ struct Scene {
 Scene loadPair(const std::string &darkPath, const std::string &brightPath);
 
 // Every bracketed set under `dir`: each sub-directory (or `dir` itself) that
-// holds two or more JPEG files gives a scene made of its darkest and its
-// brightest photograph (by mean level). Sorted by name.
+// holds two or more JPEG files gives a scene made of its two darkest
+// photographs (by mean level): neighbouring brackets, a couple of stops apart
+// as a video sensor alternates them. Sorted by name.
 std::vector<Scene> loadScenes(const std::string &dir);
 
 struct ClipPlan {
