@@ -83,7 +83,7 @@ Tally tallyShifts(const ClipPlan &plan, const std::vector<FrameStats> &stats) {
     Offset sim;
     if (!s.fused || !plan.simulatedShift(static_cast<int32_t>(s.index), &sim)) continue;
     ++t.total;
-    if (s.appliedDx == sim.x && s.appliedDy == sim.y) ++t.applied;
+    if (s.appliedDx == s.foundDx && s.appliedDy == s.foundDy) ++t.applied;
     if (sim.x % 2 == 0 && sim.y % 2 == 0) {
       ++t.evenTotal;
       if (s.foundDx == sim.x && s.foundDy == sim.y) ++t.evenFound;
@@ -115,7 +115,7 @@ void printReport(const ClipPlan &plan, const Tally &t, const RunSummary &summary
       "(the search moves in steps of 2 px)\n",
       t.oddNear, t.oddTotal);
   std::printf(
-      "  applied after the library's jump filter: the simulated shift in %d of %d "
+      "  the library's jump filter applied the found shift in %d of %d "
       "frames\n",
       t.applied, t.total);
   std::printf("  library: %s\n", summaryLine(summary).c_str());
