@@ -39,7 +39,7 @@ GeometryCheck checkGeometry(const Geometry &g) {
   if (g.stride != g.width) {
     check.warnings.push_back("stride " + std::to_string(g.stride) + " differs from the width " +
                              std::to_string(g.width) +
-                             ": the library aligns correctly only when they are equal");
+                             ": the library aligns and fuses reliably only when they are equal");
   }
   return check;
 }
