@@ -60,6 +60,7 @@ int main(int argc, char **argv) {
   app.add_flag("--log", log, "show the library's log lines on stderr");
   app.add_flag("-q,--quiet", quiet, "no progress bar or summary");
 
+  app.fallthrough();  // commands made from here on pass --log and --quiet up
   vhtool::DemoOptions demo;
   demo.photosDir = VIDEOHDR_PHOTOS_DIR;
   CLI::App *demoCommand =
@@ -92,7 +93,6 @@ int main(int argc, char **argv) {
   clipCommand->add_option("--shake-csv", clip.shakeCsv,
                           "CSV of each frame's cut position and simulated shift");
   app.require_subcommand(0, 1);
-  app.fallthrough();  // --log and --quiet also after a command name
 
   try {
     app.parse(argc, argv);

@@ -188,6 +188,18 @@ TEST_F(ToolTest, Y4mOutputIsTheLibraryOutputWithTheHeaderKept) {
   EXPECT_EQ(readFile(path("out.y4m")), y4mStream(header, expected, kWide));
 }
 
+TEST_F(ToolTest, LibraryLogLinesOnlyWhenAskedFor) {
+  const auto frames = makeFrames(kWide, 3);
+  const Result r = runY4m(y4mStream(y4mHeader(kWide), frames, kWide), "--log");
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.err,
+            "4/VideoHDR: TQ0530 V_HDR Process 0..., 48\n"
+            "4/VideoHDR: TQ0530 V_HDR Process 1..., 48\n"
+            "4/VideoHDR: V_HDR Process Successfully 2\n"
+            "4/VideoHDR: TQ0530 V_HDR Process 2..., 48\n"
+            "4/VideoHDR: V_HDR Process Successfully 3\n");
+}
+
 TEST_F(ToolTest, Y4mAcceptsEveryFourTwoZeroSiting) {
   const Layout l = packed(1040, 32);
   const auto frames = makeFrames(l, 2);
