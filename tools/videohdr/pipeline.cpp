@@ -1,5 +1,6 @@
 #include "pipeline.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
