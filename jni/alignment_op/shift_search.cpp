@@ -227,7 +227,7 @@ int32_t xorTwoPyramidNeon(const AlignContext *ctx, int32_t level, int32_t dy, in
 #endif
 
 void searchAllLevels(AlignContext *ctx) {
-  if (ctx->levelWidth[ctx->levels - 1] < kMinSearchLevelWidth) {
+  if (!searchSupported(ctx)) {
     storeZeroShift(ctx);
     return;
   }
