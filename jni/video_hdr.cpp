@@ -1,6 +1,8 @@
 // The handle and the per-frame driver: keeps the previous frame, runs
 // alignment and fusion, counts frames and logs.
+#include <cstdarg>
 #include <cstddef>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -57,9 +59,14 @@ bool sameGeometry(const BuiltGeometry &built, bool fullWidth, int32_t width, int
   return built.width == w && built.height == h && built.stride == stride;
 }
 
-template <typename... Args>
-bool refuse(const char *format, Args... args) {
-  __android_log_print(ANDROID_LOG_ERROR, videohdr::kLogTag, format, args...);
+// Logs one refusal line at error priority and answers true.
+__attribute__((format(printf, 1, 2))) bool refuse(const char *format, ...) {
+  char line[256];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(line, sizeof line, format, args);
+  va_end(args);
+  __android_log_print(ANDROID_LOG_ERROR, videohdr::kLogTag, "%s", line);
   return true;
 }
 

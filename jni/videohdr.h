@@ -265,7 +265,8 @@ VIDEOHDR_API void getScanData(AlignContext *context, const uint8_t *prevFrame,
  * Remaps dstPlane's grey levels towards refPlane's distribution (both
  * width x height, row pitch width), using the context's four histogram
  * tables. Answers 0, or width * height (32-bit) when that product is below 1,
- * in which case dstPlane is left as it is. Pixels are visited by rows and
+ * in which case dstPlane is left as it is. Reads and writes nothing outside
+ * the two width * height planes and the context's tables. Pixels are visited by rows and
  * columns, so negative dimensions never touch a pixel (two negative ones
  * give a positive product: the answer is then 0 and nothing is remapped).
  */
@@ -295,7 +296,8 @@ VIDEOHDR_API float xorTwoResult(AlignContext *context, int32_t ignored1, int32_t
  */
 VIDEOHDR_API void Back(AlignContext *context, int32_t frameCount, uint8_t *target,
                        const uint8_t *partner, const uint8_t *fallback);
-/* Sum of min(|gx| + |gy|, 255) over every interior pixel; 0.0 below 3 x 3. */
+/* Sum of min(|gx| + |gy|, 255) over every interior pixel; 0.0 below 3 x 3.
+ * Reads only the width * height bytes of the plane. */
 VIDEOHDR_API double Sobel(const uint8_t *image, int32_t width, int32_t height);
 /*
  * The block version of Sobel: blocks of eight centres from column 1,
@@ -381,11 +383,17 @@ VIDEOHDR_API int32_t ExposureFusionNeon(VideoHdrHandle *handle, const uint8_t *c
  * columns of whole 8-column blocks in rows border .. height-border-1, taking
  * rows border-3 .. border+3 first and row 2 * border + 1 + t after output t
  * (with border 3: centred on its own row).
- * A negative border writes nothing. A border below 3 reads source bytes
- * outside the plane, which the results depend on, so the caller must provide
- * them: the horizontal pass reads 6 - 2 * border bytes after the plane, the
- * vertical pass 3 - border rows before it and, when height < border + 4,
- * rows up to border + 3. With border 3 or more nothing outside is read.
+ * A negative border writes nothing, and so does any call the size tests above
+ * turn away (they hold for every 32-bit value, with no overflow).
+ * Writes: horizontal, columns border .. border + 8n - 1 of every row, with
+ * n = (width - 8 - 2 * border) / 8 + 1 blocks; vertical, columns 0 .. c - 1,
+ * c = width & ~7, of rows border .. height - border - 1. Nothing else.
+ * A border below 3 reads source bytes outside the plane, which the results
+ * depend on, so the caller must provide them: the horizontal pass reads
+ * max(0, 8n + 6 - width) bytes after the plane (at most 6 - 2 * border); the
+ * vertical pass reads (3 - border) * width bytes before it and, when
+ * height < border + 4, rows height .. border + 3 after it (columns 0 .. c - 1
+ * of each). With border 3 or more nothing outside the plane is read.
  */
 VIDEOHDR_API void horizontalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width,
                                           int32_t height, int32_t border);
@@ -399,7 +407,11 @@ VIDEOHDR_API void VerticalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst,
 /*
  * Halving by point sampling: dst[r * (width >> 1) + c] = src[2r * stride + 2c]
  * for r < height >> 1, c < width >> 1 (destination tightly packed). Both
- * variants give the same bytes and write nothing past the destination plane.
+ * variants give the same bytes and write nothing past the destination plane;
+ * nothing when either half is below 1. The source is read within its first
+ * (2 * (height >> 1) - 2) * stride + 2 * (width >> 1) bytes, so a plane of
+ * (height - 1) * stride + width bytes always suffices. A stride below width
+ * is allowed (source rows overlap); a negative one reads rows before src.
  */
 VIDEOHDR_API void downScale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width,
                                        int32_t height, int32_t stride);
@@ -409,7 +421,10 @@ VIDEOHDR_API void downScale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, in
  * Averaging doubling (destination pitch 2 * stride): output (Y, X) for
  * Y < 2 * height - 2, X < 2 * width - 2 is the truncated mean of the source
  * 2x2 block at (Y >> 1, X >> 1); the last two rows and columns are left as
- * they are. Needs height >= 2 and width >= 2.
+ * they are. Needs height >= 2 and width >= 2, else writes nothing. Reads
+ * (height - 1) * stride + width source bytes and writes within the first
+ * (2 * height - 3) * 2 * stride + 2 * width - 2 destination bytes (with
+ * stride < width the output rows overlap and later rows win).
  */
 VIDEOHDR_API void upscale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width,
                                      int32_t height, int32_t stride);
@@ -421,17 +436,26 @@ VIDEOHDR_API void upscale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t w
  * 2 * stride) gives src[Y >> 1][X >> 1] (the last block doubles source row
  * padding when stride > width), and any further bytes of the row keep their
  * old content, copied to the odd row too. Nothing is written past the
- * destination plane; source rows are read up to that bound, within stride.
+ * destination plane of 2 * height * 2 * stride bytes; each source row is
+ * read over its first min(8 * ceil(width / 8), stride) bytes (source row
+ * padding included), so the source must hold (height - 1) * stride + that
+ * many bytes. height < 1 or a negative stride writes nothing.
  */
 VIDEOHDR_API void upscale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width,
                                           int32_t height, int32_t stride);
 /*
  * Splits `width` bytes (width >> 1 pairs) of each interleaved row, pitch
- * `stride`, into byte 0 and byte 1 planes of pitch stride >> 1.
+ * `stride`, into byte 0 and byte 1 planes of pitch stride >> 1; nothing when
+ * height < 1 or width < 2 (an odd last byte is not read). Reads
+ * (height - 1) * stride + 2 * (width >> 1) bytes and writes
+ * (height - 1) * (stride >> 1) + (width >> 1) bytes of each plane. A stride
+ * below width makes the output rows overlap: the later row's bytes win.
  */
 VIDEOHDR_API void extract_uvBuffer(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf,
                                    int32_t width, int32_t height, int32_t stride);
-/* Interleaves `width` pairs per row; all three planes are tightly packed. */
+/* Interleaves `width` pairs per row; all three planes are tightly packed:
+ * reads width * height bytes of each input, writes 2 * width * height
+ * bytes; nothing when width or height is below 1. */
 VIDEOHDR_API void combine_uvBuffer(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf,
                                    int32_t width, int32_t height);
 

@@ -2,8 +2,8 @@
 # Installs what the tests need (Debian), then builds and runs every test suite
 # in each configuration: x86-64 host, ARMv7-A NEON and AArch64 under qemu, and
 # a host build with AddressSanitizer + UndefinedBehaviorSanitizer; then every
-# libFuzzer target for 45 s (scripts/fuzz.sh) and every host test binary under
-# valgrind memcheck (scripts/valgrind.sh).
+# libFuzzer target for an even share of 200 s (scripts/fuzz.sh) and every host
+# test binary under valgrind memcheck (scripts/valgrind.sh).
 # Usage: scripts/test.sh [host|armv7|aarch64|asan|fuzz|valgrind ...]   (default: all)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -44,7 +44,7 @@ for c in "${configs[@]}"; do
                -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake -DVIDEOHDR_BUILD_TOOLS=OFF ;;
     asan) ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
             run_config asan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVIDEOHDR_SANITIZE=ON ;;
-    fuzz) echo "=== fuzz ===" && bash scripts/fuzz.sh 45 ;;
+    fuzz) echo "=== fuzz ===" && bash scripts/fuzz.sh --total 200 ;;
     valgrind) echo "=== valgrind ===" && bash scripts/valgrind.sh ;;
     *) echo "unknown configuration: $c" >&2; exit 2 ;;
   esac

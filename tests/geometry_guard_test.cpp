@@ -256,6 +256,12 @@ TEST(NarrowFrames, AreFusedWithThePreviousFrameUnmovedAndSaySoOnce) {
       EXPECT_EQ(std::memcmp(h->alignedBuf, prevCopy.data(), prevCopy.size()), 0) << n;
       EXPECT_EQ(h->alignContext->lastDx, 0);
       EXPECT_EQ(h->alignContext->lastDy, 0);
+      // The stages before the search still ran: the level arrays are carved
+      // and hold the zero shift that callers read back.
+      ASSERT_NE(h->alignContext->levelDx, nullptr);
+      EXPECT_EQ(h->alignContext->levelDx[0], 0);
+      EXPECT_EQ(h->alignContext->levelDy[0], 0);
+      EXPECT_EQ(h->alignContext->levelWidth[3], 100 >> 3);
     }
     prevCopy = randomFrame(narrow.frameBytes(), 200 + n);
   }

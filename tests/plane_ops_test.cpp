@@ -2,6 +2,7 @@
 // filters, the 2x scalers and the chroma split and merge.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdint>
 #include <vector>
 
@@ -108,6 +109,22 @@ TEST(Filter7x7, HorizontalEntryTestAndBlockCoverage) {
   horizontalFilter7x7neon(src29.data(), dst1.data(), 29, 1, 3);
   for (int32_t x = 0; x < 29; ++x) EXPECT_EQ(dst1[x], x >= 3 && x < 19 ? 90 : kKeep) << x;
   for (int32_t i = 29; i < 29 * height; ++i) ASSERT_EQ(dst1[i], kKeep) << "height 1, byte " << i;
+}
+
+// Arguments at the ends of the 32-bit range are turned away by the entry
+// tests themselves (the sanitizer build reports any overflow on the way).
+TEST(Filter7x7, ExtremeArgumentsWriteNothing) {
+  const Plane src = constantPlane(64, 90);
+  const int32_t kMin = INT32_MIN, kMax = INT32_MAX;
+  const int32_t cases[][3] = {{kMin, 1, 3},     {16, 1, kMax},   {kMin, 4, kMax},
+                              {16, kMin, kMax}, {kMax, kMin, 2}, {8, kMin, kMax}};
+  for (const auto &c : cases) {
+    Plane dst = constantPlane(64, kKeep);
+    for (Pass pass : {horizontalFilter7x7neon, VerticalFilter7x7neon,
+                      horizontalFilter7x7neon_Smooth, VerticalFilter7x7neon_Smooth})
+      pass(src.data(), dst.data(), c[0], c[1], c[2]);
+    EXPECT_EQ(dst, constantPlane(64, kKeep)) << c[0] << " x " << c[1] << ", border " << c[2];
+  }
 }
 
 TEST(Filter7x7, VerticalEntryTestAndBlockCoverage) {
@@ -233,6 +250,13 @@ TEST(Scale2x, ReplicatingDoublingFillsTwoByTwoBlocks) {
   upscale_2x_uint8_t_NEON(src, one.data(), 2, 1, 2);  // height 1: still two rows
   const uint8_t expectedOne[12] = {1, 1, 2, 2, 1, 1, 2, 2, kKeep, kKeep, kKeep, kKeep};
   for (int i = 0; i < 12; ++i) EXPECT_EQ(one[i], expectedOne[i]) << "height 1, byte " << i;
+}
+
+TEST(Scale2x, ReplicatingDoublingWithANegativeStrideWritesNothing) {
+  const uint8_t src[4] = {1, 2, 3, 5};
+  Plane dst = constantPlane(16, kKeep);
+  upscale_2x_uint8_t_NEON(src, dst.data() + 8, 2, 2, -2);
+  EXPECT_EQ(dst, constantPlane(16, kKeep));
 }
 
 TEST(Scale2x, ReplicatingDoublingCarriesTheLastBlockIntoRowPadding) {

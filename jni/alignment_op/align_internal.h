@@ -25,9 +25,13 @@ void writeAlignedFrame(int32_t w, int32_t h, int32_t dx, int32_t dy, const uint8
 void filterShift(int32_t foundDx, int32_t foundDy, int32_t lastDx, int32_t lastDy, int32_t *dx,
                  int32_t *dy);
 
-// True when the context has a workspace and its coarsest level is wide enough
-// for the motion search's counting layout (129 pixels: 1,032 at level 0 with
-// four levels). Narrower frames go out with the previous frame unmoved.
+// True when the context has a workspace carved for one to four levels of a
+// non-empty frame; otherwise alignment writes the previous frame unmoved.
+bool workspaceUsable(const AlignContext *ctx);
+
+// True when the workspace is usable and its coarsest level is wide enough for
+// the motion search's counting layout (129 pixels: 1,032 at level 0 with four
+// levels). Narrower frames still get their bitmaps, but a zero shift.
 bool searchSupported(const AlignContext *ctx);
 
 // Carves the workspace into the context's regions and fills the per-level

@@ -67,8 +67,10 @@ extern "C" int32_t HistMatching(AlignContext *context, const uint8_t *refPlane, 
   std::memset(mapping + 1, 0, kLevels * sizeof(uint32_t));
 
   // Rows and columns (not a flat pixel count), so that negative dimensions
-  // touch no pixel at all.
-  for (int32_t y = 0; y < height; ++y) {
+  // touch no pixel at all; without columns the rows are not walked either
+  // (a negative width with a height near 2^31 would spin for seconds).
+  const bool hasPixels = width >= 1 && height >= 1;
+  for (int32_t y = 0; hasPixels && y < height; ++y) {
     const size_t row = static_cast<size_t>(y) * static_cast<size_t>(width);
     for (int32_t x = 0; x < width; ++x) {
       ++refHist[refPlane[row + x]];
@@ -88,6 +90,10 @@ extern "C" int32_t HistMatching(AlignContext *context, const uint8_t *refPlane, 
   const int32_t pixels =
       static_cast<int32_t>(static_cast<uint32_t>(width) * static_cast<uint32_t>(height));
   if (pixels < 1) return pixels;
+  // A negative width can still give a positive 32-bit product (with a
+  // negative height, or by wrapping); such a plane has no pixels, and its
+  // row addresses must not even be formed.
+  if (!hasPixels) return 0;
   for (int32_t y = 0; y < height; ++y) {
     uint8_t *row = dstPlane + static_cast<size_t>(y) * static_cast<size_t>(width);
     for (int32_t x = 0; x < width; ++x) row[x] = static_cast<uint8_t>(mapping[row[x]]);

@@ -458,7 +458,7 @@ bool scoreNineCandidatesNeon(const AlignContext *ctx, int32_t level, int32_t sco
 #endif
 
 void searchAllLevels(AlignContext *ctx) {
-  if (ctx->levelWidth[ctx->levels - 1] < kMinSearchLevelWidth) {
+  if (!searchSupported(ctx)) {
     storeZeroShift(ctx);
     return;
   }

@@ -212,8 +212,8 @@ void InitPara(AlignContext *context, const uint8_t *prevFrame, const uint8_t *cu
 int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,
                      uint8_t *outFrame, int32_t /*frameCount*/) {
   AlignContext *ctx = handle->alignContext;
-  if (!videohdr::searchSupported(ctx)) {
-    // Nothing to search with: the previous frame goes out unmoved.
+  if (!videohdr::workspaceUsable(ctx)) {
+    // No workspace to search in: the previous frame goes out unmoved.
     const int32_t w = ctx ? ctx->width : handle->width;
     const int32_t h = ctx ? ctx->height : handle->height;
     videohdr::writeAlignedFrame(w, h, 0, 0, prevFrame, curFrame, outFrame);
@@ -260,10 +260,13 @@ int32_t ReleaseAlignHandleParams(VideoHdrHandle *handle) {
 
 namespace videohdr {
 
+bool workspaceUsable(const AlignContext *ctx) {
+  return ctx && ctx->workBuf && ctx->width >= 1 && ctx->height >= 1 && ctx->levels >= 1 &&
+         ctx->levels <= 4;
+}
+
 bool searchSupported(const AlignContext *ctx) {
-  constexpr int32_t kMinLevelWidth = 129;
-  if (!ctx || !ctx->workBuf || ctx->height < 1 || ctx->levels < 1 || ctx->levels > 4) return false;
-  return (ctx->width >> (ctx->levels - 1)) >= kMinLevelWidth;
+  return workspaceUsable(ctx) && (ctx->width >> (ctx->levels - 1)) >= kMinSearchLevelWidth;
 }
 
 void storeZeroShift(AlignContext *ctx) {

@@ -41,12 +41,13 @@ uint8_t filterValue(int x0, int x1, int x2, int x3, int x4, int x5, int x6) {
 }
 
 // A negative border would place results before the destination, so such a
-// call writes nothing; otherwise these are the passes' own size tests.
+// call writes nothing; otherwise these are the passes' own size tests, taken
+// in 64 bits so that extreme arguments are refused instead of wrapping.
 bool rowPassRuns(int32_t width, int32_t height, int32_t border) {
-  return border >= 0 && height >= 1 && (width - kBlock) - border >= border;
+  return border >= 0 && height >= 1 && (int64_t{width} - kBlock) - border >= border;
 }
 bool columnPassRuns(int32_t width, int32_t height, int32_t border) {
-  return border >= 0 && width >= kBlock && height - border > border;
+  return border >= 0 && width >= kBlock && int64_t{height} - border > border;
 }
 
 // The horizontal pass runs blocks while border + 8k <= width - 8 - border and

@@ -30,6 +30,11 @@ int32_t doubledRowBytes(int32_t width, int32_t stride) {
   return static_cast<int32_t>(std::min<int64_t>(built, 2 * int64_t{stride}));
 }
 
+// Each odd row is a copy of the whole even row, 2 * stride bytes: with a
+// negative stride that copy has no meaning (nor any size), so such a call
+// writes nothing, like one without rows.
+bool doublingRuns(int32_t height, int32_t stride) { return height >= 1 && stride >= 0; }
+
 void doubleBytesPortable(const uint8_t *s, uint8_t *d, int32_t bytes) {
   for (int32_t x = 0; x < bytes; ++x) d[x] = s[x >> 1];
 }
@@ -50,7 +55,7 @@ void downScale2xPortable(const uint8_t *src, uint8_t *dst, int32_t width, int32_
 
 void upscale2xReplicatePortable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                 int32_t stride) {
-  if (height < 1) return;
+  if (!doublingRuns(height, stride)) return;
   const int32_t pitch = 2 * stride;
   const int32_t built = doubledRowBytes(width, stride);
   for (int32_t r = 0; r < height; ++r) {
@@ -83,7 +88,7 @@ void downScale2xNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
 
 void upscale2xReplicateNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                             int32_t stride) {
-  if (height < 1) return;
+  if (!doublingRuns(height, stride)) return;
   const int32_t pitch = 2 * stride;
   const int32_t built = doubledRowBytes(width, stride);
   const int32_t blockEnd = built - built % kDoublingBlock;

@@ -1,0 +1,47 @@
+# Fails when jni/Android.mk (ndk-build) and CMakeLists.txt compile different
+# library sources. Run as:
+#   cmake -DSOURCES="jni/a.cpp|jni/b.cpp" -DANDROID_MK=path/jni/Android.mk -P this-file
+# SOURCES are relative to the project root; Android.mk names them relative to jni/.
+if(NOT DEFINED SOURCES OR NOT DEFINED ANDROID_MK)
+  message(FATAL_ERROR "usage: cmake -DSOURCES=a|b -DANDROID_MK=file -P check_android_sources.cmake")
+endif()
+
+string(REPLACE "|" ";" cmake_sources "${SOURCES}")
+set(expected)
+foreach(src IN LISTS cmake_sources)
+  string(REGEX REPLACE "^jni/" "" src "${src}")
+  list(APPEND expected "${src}")
+endforeach()
+
+file(READ "${ANDROID_MK}" makefile)
+# Join continued lines, then gather every LOCAL_SRC_FILES assignment (:=, = or +=).
+string(REGEX REPLACE "\\\\\n" " " makefile "${makefile}")
+string(REGEX MATCHALL "LOCAL_SRC_FILES[ \t]*[:+]?=[^\n]*" assignments "${makefile}")
+set(listed)
+foreach(line IN LISTS assignments)
+  string(REGEX REPLACE "^LOCAL_SRC_FILES[ \t]*[:+]?=" "" line "${line}")
+  string(STRIP "${line}" line)
+  string(REGEX REPLACE "[ \t]+" ";" words "${line}")
+  list(APPEND listed ${words})
+endforeach()
+
+set(only_cmake ${expected})
+if(listed)
+  list(REMOVE_ITEM only_cmake ${listed})
+endif()
+set(only_mk ${listed})
+if(expected)
+  list(REMOVE_ITEM only_mk ${expected})
+endif()
+list(LENGTH listed listed_count)
+list(REMOVE_DUPLICATES listed)
+list(LENGTH listed unique_count)
+
+if(only_cmake OR only_mk OR NOT listed_count EQUAL unique_count)
+  message(FATAL_ERROR "jni/Android.mk and CMakeLists.txt list different library sources:\n"
+                      "  only in CMakeLists.txt: ${only_cmake}\n"
+                      "  only in jni/Android.mk: ${only_mk}\n"
+                      "  (Android.mk names ${listed_count} files, ${unique_count} distinct)")
+endif()
+list(LENGTH expected count)
+message(STATUS "jni/Android.mk and CMakeLists.txt agree on ${count} library sources")

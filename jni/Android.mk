@@ -1,0 +1,34 @@
+# ndk-build: libvideohdr.so for the camera app (see jni/Application.mk).
+# Keep LOCAL_SRC_FILES equal to VIDEOHDR_SOURCES in CMakeLists.txt; a host test
+# (android_mk_sources) fails when the two lists differ.
+LOCAL_PATH := $(call my-dir)
+
+include $(CLEAR_VARS)
+LOCAL_MODULE := videohdr
+LOCAL_SRC_FILES := \
+    video_hdr.cpp \
+    hdr_log.cpp \
+    alignment_op/tarn_hdr_mtbalign.cpp \
+    alignment_op/thresh_bitmap.cpp \
+    alignment_op/bitmap_pyramid.cpp \
+    alignment_op/shift_data.cpp \
+    alignment_op/shift_search.cpp \
+    alignment_op/scan_data.cpp \
+    alignment_op/hist_matching.cpp \
+    alignment_op/xor_two_result.cpp \
+    alignment_op/back.cpp \
+    alignment_op/sobel.cpp \
+    fusion/fusion_context.cpp \
+    fusion/exposure_fusion.cpp \
+    fusion/filter7x7.cpp \
+    fusion/scale2x.cpp \
+    fusion/chroma_uv.cpp
+LOCAL_C_INCLUDES := $(LOCAL_PATH)
+LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH)
+# NEON on armeabi-v7a (always present on arm64-v8a). No fused multiply-add
+# contraction, so that every processor rounds the tone curves alike.
+LOCAL_ARM_NEON := true
+LOCAL_CFLAGS := -Wall -Wextra -ffp-contract=off
+LOCAL_CPPFLAGS := -std=c++17 -fvisibility=hidden -fvisibility-inlines-hidden
+LOCAL_LDLIBS := -llog -lm
+include $(BUILD_SHARED_LIBRARY)

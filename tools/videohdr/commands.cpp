@@ -1,0 +1,73 @@
+#include "commands.h"
+
+#include <cstdio>
+#include <filesystem>
+
+#include "clip.h"
+#include "pipeline.h"
+#include "tool_error.h"
+
+namespace vhtool {
+namespace {
+
+Geometry rawGeometry(const ProcessOptions &options) {
+  Geometry g;
+  if (!parseSize(options.size, &g.width, &g.height)) {
+    throw ToolError("--size '" + options.size + "' is not WxH (for example 1920x1080)");
+  }
+  g.stride = options.stride ? options.stride : g.width;
+  g.scanline = options.scanline ? options.scanline : g.height;
+  return g;
+}
+
+void refuseOverwritingInput(const std::string &input, const std::string &output) {
+  std::error_code error;
+  if (input != "-" && output != "-" && std::filesystem::equivalent(input, output, error)) {
+    throw ToolError("the output '" + output + "' is the input: it would be overwritten");
+  }
+}
+
+}  // namespace
+
+void requireGeometry(const Geometry &g, const std::string &source) {
+  const GeometryCheck check = checkGeometry(g);
+  if (!check.error.empty()) throw ToolError(source + ": " + check.error);
+  for (const std::string &warning : check.warnings) {
+    std::fprintf(stderr, "videohdr: warning: %s: %s\n", source.c_str(), warning.c_str());
+  }
+}
+
+int runProcess(const ProcessOptions &options) {
+  const bool raw = options.layout != Layout::kY4m;
+  if (!raw && (options.stride || options.scanline)) {
+    throw ToolError("--stride and --scanline describe raw frames: give --size too");
+  }
+  refuseOverwritingInput(options.input, options.output);
+  FrameReader reader(options.input, options.layout, raw ? rawGeometry(options) : Geometry());
+  requireGeometry(reader.info().geometry, reader.name());
+
+  FrameWriter writer(options.output, reader.info());
+  RunOptions run;
+  run.statsPath = options.statsPath;
+  run.progress = options.progress;
+  const RunSummary summary = processStream(reader, writer, run);
+  writer.finish();
+  if (options.progress || !options.statsPath.empty()) {
+    std::fprintf(stderr, "videohdr: %s\n", summaryLine(summary).c_str());
+  }
+  return 0;
+}
+
+int runMakeClip(const MakeClipOptions &options) {
+  std::vector<Scene> scenes;
+  scenes.push_back(loadPair(options.darkPath, options.brightPath));
+  const ClipPlan plan = planClip(std::move(scenes), options.frames, options.shake);
+  requireGeometry(plan.geometry, options.output == "-" ? "standard output" : options.output);
+  writeClip(plan, options.output);
+  if (!options.shakeCsv.empty()) writeShakeCsv(plan, options.shakeCsv);
+  std::fprintf(stderr, "videohdr: %d frames of %dx%d, shake up to %d px, even frames bright\n",
+               plan.frames(), plan.geometry.width, plan.geometry.height, plan.amplitude);
+  return 0;
+}
+
+}  // namespace vhtool

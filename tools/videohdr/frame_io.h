@@ -1,0 +1,103 @@
+// Reading and writing frame streams: Y4M (8-bit 4:2:0, converted to and from
+// the library's semi-planar layout) or raw NV12/NV21 frames, from files or
+// from standard input and output.
+#ifndef VIDEOHDR_TOOL_FRAME_IO_H
+#define VIDEOHDR_TOOL_FRAME_IO_H
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "geometry.h"
+
+namespace vhtool {
+
+enum class Layout { kY4m, kNv12, kNv21 };
+
+// Bytes after each frame buffer, so that the library's block loops never reach
+// past the tool's allocation whatever the row length.
+constexpr size_t kFrameSlack = 64;
+
+// One frame in the library's layout (geometry of its stream), with slack.
+struct Frame {
+  std::vector<uint8_t> bytes;
+  std::string y4mParams;  // what followed FRAME on its line, passed through
+  uint8_t *data() { return bytes.data(); }
+  const uint8_t *data() const { return bytes.data(); }
+};
+
+struct StreamInfo {
+  Layout layout = Layout::kY4m;
+  Geometry geometry;      // Y4M streams have stride = width and scanline = height
+  std::string y4mHeader;  // the header line, without its newline
+};
+
+// A stdio stream that is closed on destruction unless it is stdin or stdout.
+class Stream {
+ public:
+  Stream(const std::string &path, bool write);
+  ~Stream();
+  Stream(const Stream &) = delete;
+  Stream &operator=(const Stream &) = delete;
+  FILE *file() const { return file_; }
+  const std::string &name() const { return name_; }
+  // Throws ToolError when the stream saw an error; `what` is "read" or "write".
+  void checkError(const char *what) const;
+  // Flushes and closes, reporting a failure.
+  void close();
+
+ private:
+  std::string name_;
+  FILE *file_ = nullptr;
+  bool owned_ = false;
+};
+
+class FrameReader {
+ public:
+  // Opens `path` ("-" for standard input). Y4M takes its geometry from the
+  // header; raw layouts take `rawGeometry`. Throws ToolError.
+  FrameReader(const std::string &path, Layout layout, const Geometry &rawGeometry);
+  const StreamInfo &info() const { return info_; }
+  const std::string &name() const { return stream_.name(); }
+  // Frames in the input when it is a regular file, else -1.
+  int64_t expectedFrames() const { return expectedFrames_; }
+  // Reads the next frame into `frame`; false at the end of the input. Throws
+  // ToolError for a truncated or malformed frame.
+  bool read(Frame *frame);
+
+ private:
+  void readY4mHeader();
+  bool readY4mFrame(Frame *frame);
+  bool readRawFrame(Frame *frame);
+  void estimateFrames(size_t headerBytes);
+  [[noreturn]] void truncated(size_t got, size_t expected) const;
+
+  Stream stream_;
+  StreamInfo info_;
+  int64_t framesRead_ = 0;
+  int64_t expectedFrames_ = -1;
+  std::vector<uint8_t> planar_;  // U and V planes of a Y4M frame
+};
+
+class FrameWriter {
+ public:
+  // Opens `path` ("-" for standard output) and writes the Y4M header.
+  FrameWriter(const std::string &path, const StreamInfo &info);
+  void write(const Frame &frame);
+  void finish() { stream_.close(); }
+
+ private:
+  void put(const void *bytes, size_t count);
+
+  Stream stream_;
+  StreamInfo info_;
+  std::vector<uint8_t> planar_;
+};
+
+// A frame buffer for `g`, zeroed, with the slack.
+Frame makeFrame(const Geometry &g);
+
+}  // namespace vhtool
+
+#endif  // VIDEOHDR_TOOL_FRAME_IO_H
