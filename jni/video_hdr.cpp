@@ -30,7 +30,7 @@ void copyFrameIn(uint8_t *dst, const uint8_t *frame, int32_t stride, int32_t hei
   const int32_t chromaBytes = lumaBytes / 2;
   videohdr::copyBytes(dst, frame, static_cast<size_t>(lumaBytes));
   videohdr::copyBytes(dst + lumaBytes, frame + static_cast<ptrdiff_t>(scanline) * stride,
-              static_cast<size_t>(chromaBytes));
+                      static_cast<size_t>(chromaBytes));
 }
 
 // The geometry the handle's contexts were built with on its first frame.
