@@ -242,8 +242,8 @@ VIDEOHDR_API void buildGaussianPyramid(AlignContext *context, int32_t level);
  *   - a level narrower than 129 pixels, |dx| >= 32, or a level that does not
  *     exist answers 0 and reads nothing.
  */
-VIDEOHDR_API int32_t xorTwoPyramid_New(AlignContext *context, int32_t ignored1,
-                                       int32_t ignored2, int32_t level, int32_t dy, int32_t dx);
+VIDEOHDR_API int32_t xorTwoPyramid_New(AlignContext *context, int32_t ignored1, int32_t ignored2,
+                                       int32_t level, int32_t dy, int32_t dx);
 /*
  * One level of the search: moves prevBitmap[level] by twice the coarser level's
  * shift (shiftData), scores the nine candidates 0, -searchStep, +searchStep per
@@ -270,8 +270,8 @@ VIDEOHDR_API void getScanData(AlignContext *context, const uint8_t *prevFrame,
  * columns, so negative dimensions never touch a pixel (two negative ones
  * give a positive product: the answer is then 0 and nothing is remapped).
  */
-VIDEOHDR_API int32_t HistMatching(AlignContext *context, const uint8_t *refPlane,
-                                  uint8_t *dstPlane, int32_t width, int32_t height);
+VIDEOHDR_API int32_t HistMatching(AlignContext *context, const uint8_t *refPlane, uint8_t *dstPlane,
+                                  int32_t width, int32_t height);
 /*
  * Counts the level-0 bitmap pixels at which the previous frame, displaced by
  * (dx, dy), disagrees with the current frame, over the exact overlap of the

@@ -78,10 +78,11 @@ inline void expectVariantsMatch(const std::vector<size_t> &outputSizes, std::mt1
   }
   for (size_t k = 0; k < outputSizes.size(); ++k) {
     long diff = firstDifference(outs[0][k].data(), outs[1][k].data(), outputSizes[k]);
-    EXPECT_EQ(diff, -1) << what << ": output " << k << " differs at byte " << diff
-                        << " (portable " << int(diff >= 0 ? outs[0][k].data()[diff] : 0)
-                        << ", neon " << int(diff >= 0 ? outs[1][k].data()[diff] : 0) << ")";
-    EXPECT_EQ(outs[0][k].firstDamagedGuard(), -1) << what << ": portable wrote outside output " << k;
+    EXPECT_EQ(diff, -1) << what << ": output " << k << " differs at byte " << diff << " (portable "
+                        << int(diff >= 0 ? outs[0][k].data()[diff] : 0) << ", neon "
+                        << int(diff >= 0 ? outs[1][k].data()[diff] : 0) << ")";
+    EXPECT_EQ(outs[0][k].firstDamagedGuard(), -1)
+        << what << ": portable wrote outside output " << k;
     EXPECT_EQ(outs[1][k].firstDamagedGuard(), -1) << what << ": neon wrote outside output " << k;
   }
 }

@@ -32,8 +32,8 @@ void filterColumns7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int
 void downScale2xPortable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                          int32_t stride);
 // Nearest-neighbour doubling, destination pitch 2 * stride.
-void upscale2xReplicatePortable(const uint8_t *src, uint8_t *dst, int32_t width,
-                                int32_t height, int32_t stride);
+void upscale2xReplicatePortable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                                int32_t stride);
 void extractUvPortable(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
                        int32_t height, int32_t stride);
 void combineUvPortable(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
