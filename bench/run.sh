@@ -33,16 +33,8 @@ done
 
 packages=(cmake ninja-build g++ libbenchmark-dev libsimde-dev libopencv-photo-dev
           g++-arm-linux-gnueabihf qemu-user xz-utils)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
-done
-if ((${#missing[@]})); then
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  $sudo apt-get update -q
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
-fi
+source scripts/ensure_packages.sh
+ensure_packages "${packages[@]}"
 
 out=build/bench-results
 mkdir -p "$out"

@@ -8,16 +8,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build g++ libjpeg-dev libpng-dev libyuv-dev libcli11-dev)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
-done
-if ((${#missing[@]})); then
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  $sudo apt-get update -q
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
-fi
+source scripts/ensure_packages.sh
+ensure_packages "${packages[@]}"
 
 # The tool alone: no tests, so GoogleTest is not needed here.
 cmake -S . -B build/demo -G Ninja -DCMAKE_BUILD_TYPE=Release -DVIDEOHDR_BUILD_TESTS=OFF >/dev/null

@@ -11,16 +11,8 @@ cd "$(dirname "$0")/.."
 packages=(cmake ninja-build g++ googletest libgtest-dev libbenchmark-dev libsimde-dev
           g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
           libjpeg-dev libpng-dev libyuv-dev libcli11-dev)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
-done
-if ((${#missing[@]})); then
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  $sudo apt-get update -q
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
-fi
+source scripts/ensure_packages.sh
+ensure_packages "${packages[@]}"
 
 jobs=$(nproc)
 configs=("$@")

@@ -6,16 +6,8 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(valgrind cmake ninja-build g++ googletest libgtest-dev libsimde-dev)
-missing=()
-for p in "${packages[@]}"; do
-  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "ok installed" || missing+=("$p")
-done
-if ((${#missing[@]})); then
-  sudo=""
-  [ "$(id -u)" -eq 0 ] || sudo="sudo"
-  $sudo apt-get update -q
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -q --no-install-recommends "${missing[@]}"
-fi
+source scripts/ensure_packages.sh
+ensure_packages "${packages[@]}"
 
 cmake -S . -B build/valgrind -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DVIDEOHDR_BUILD_TOOLS=OFF >/dev/null
