@@ -32,4 +32,7 @@ LOCAL_ARM_NEON := true
 LOCAL_CFLAGS := -Wall -Wextra -ffp-contract=off
 LOCAL_CPPFLAGS := -std=c++17 -fvisibility=hidden -fvisibility-inlines-hidden
 LOCAL_LDLIBS := -llog -lm
+# Exports exactly the public calls (videohdr.map, shared with CMakeLists.txt),
+# whatever APP_STL links in.
+LOCAL_LDFLAGS := -Wl,--version-script=$(LOCAL_PATH)/videohdr.map
 include $(BUILD_SHARED_LIBRARY)
