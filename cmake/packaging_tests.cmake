@@ -1,6 +1,7 @@
-# Tests of the library as users get it. The export check only reads the built
-# file, so it runs on the build host in cross builds too, with the target's
-# binutils (CMAKE_NM: arm-linux-gnueabihf-nm and so on).
+# Tests of the library as users get it. The export and page-alignment checks
+# only read the built file, so they run on the build host in cross builds too,
+# with the target's binutils (CMAKE_NM, CMAKE_READELF: arm-linux-gnueabihf-nm
+# and so on).
 set(VIDEOHDR_HEADER_PATHS ${VIDEOHDR_PUBLIC_HEADERS})
 list(TRANSFORM VIDEOHDR_HEADER_PATHS PREPEND ${PROJECT_SOURCE_DIR}/)
 string(REPLACE ";" "|" VIDEOHDR_HEADER_PATHS "${VIDEOHDR_HEADER_PATHS}")
@@ -19,4 +20,11 @@ if(VIDEOHDR_EXPORT_MAP)
                    ${check_exports_script})
   set_tests_properties(exports_mismatch PROPERTIES PASS_REGULAR_EXPRESSION
                                                    "declared but not exported: videohdr_not_built")
+endif()
+
+if(VIDEOHDR_MAX_PAGE_SIZE)
+  add_test(NAME page_alignment
+           COMMAND ${CMAKE_COMMAND} -DREADELF=${CMAKE_READELF} -DLIBRARY=$<TARGET_FILE:videohdr>
+                   -DMIN_ALIGN=${VIDEOHDR_MAX_PAGE_SIZE}
+                   -P ${PROJECT_SOURCE_DIR}/cmake/check_page_alignment.cmake)
 endif()

@@ -33,6 +33,7 @@ LOCAL_CFLAGS := -Wall -Wextra -ffp-contract=off
 LOCAL_CPPFLAGS := -std=c++17 -fvisibility=hidden -fvisibility-inlines-hidden
 LOCAL_LDLIBS := -llog -lm
 # Exports exactly the public calls (videohdr.map, shared with CMakeLists.txt),
-# whatever APP_STL links in.
-LOCAL_LDFLAGS := -Wl,--version-script=$(LOCAL_PATH)/videohdr.map
+# whatever APP_STL links in; laid out for 16 KB pages even when an app builds
+# this module under its own Application.mk.
+LOCAL_LDFLAGS := -Wl,--version-script=$(LOCAL_PATH)/videohdr.map -Wl,-z,max-page-size=16384
 include $(BUILD_SHARED_LIBRARY)
