@@ -28,3 +28,23 @@ if(VIDEOHDR_MAX_PAGE_SIZE)
                    -DMIN_ALIGN=${VIDEOHDR_MAX_PAGE_SIZE}
                    -P ${PROJECT_SOURCE_DIR}/cmake/check_page_alignment.cmake)
 endif()
+
+# Install, then build and run a user's program against the result: host builds
+# only (the program runs), and not with the sanitizers, whose runtime must be
+# linked into the program itself.
+if(VIDEOHDR_INSTALL AND NOT CMAKE_CROSSCOMPILING AND NOT VIDEOHDR_SANITIZE)
+  find_program(VIDEOHDR_PKG_CONFIG pkg-config)
+  if(NOT VIDEOHDR_PKG_CONFIG)
+    message(FATAL_ERROR "pkg-config not found (Debian: apt-get install pkg-config)")
+  endif()
+  add_executable(videohdr_consumer packaging/consumer/consumer.c)
+  target_link_libraries(videohdr_consumer PRIVATE videohdr)
+  add_test(NAME consumer
+           COMMAND ${CMAKE_COMMAND} -DBUILD_DIR=${PROJECT_BINARY_DIR}
+                   -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DWORK_DIR=${PROJECT_BINARY_DIR}/consumer
+                   -DEXPECTED_PROGRAM=$<TARGET_FILE:videohdr_consumer>
+                   -DLIBDIR=${CMAKE_INSTALL_LIBDIR} -DGENERATOR=${CMAKE_GENERATOR}
+                   -DC_COMPILER=${CMAKE_C_COMPILER} -DCXX_COMPILER=${CMAKE_CXX_COMPILER}
+                   -DPKG_CONFIG=${VIDEOHDR_PKG_CONFIG}
+                   -P ${PROJECT_SOURCE_DIR}/packaging/consumer/check_consumer.cmake)
+endif()

@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(cmake ninja-build g++ googletest libgtest-dev libbenchmark-dev libsimde-dev
-          g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user
+          g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user pkg-config
           binutils-arm-linux-gnueabihf binutils-aarch64-linux-gnu
           libjpeg-dev libpng-dev libyuv-dev libcli11-dev)
 source scripts/ensure_packages.sh

@@ -1,0 +1,83 @@
+# Installs an in-tree build into a fresh prefix and builds the consumer
+# program against it the ways users do, then requires every build to print
+# what the in-tree build of the same program printed:
+#   find_package   the consumer's CMake project with CMAKE_PREFIX_PATH=<prefix>
+#   pkg-config     cc consumer.c $(pkg-config --cflags --libs videohdr)
+#   pkg-config     the same with -static and --static (the archive alone)
+#   add_subdirectory  the consumer's CMake project over the source tree; the
+#                  embedded videohdr must leave its tests, tools and install
+#                  rules off.
+# Run by CTest as:
+#   cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... -DEXPECTED_PROGRAM=...
+#         -DLIBDIR=lib -DGENERATOR=Ninja -DC_COMPILER=cc -DCXX_COMPILER=c++
+#         -DPKG_CONFIG=pkg-config -P this-file
+cmake_minimum_required(VERSION 3.16)
+foreach(var BUILD_DIR SOURCE_DIR WORK_DIR EXPECTED_PROGRAM LIBDIR GENERATOR C_COMPILER
+            CXX_COMPILER PKG_CONFIG)
+  if(NOT DEFINED ${var})
+    message(FATAL_ERROR "check_consumer.cmake: ${var} is not set")
+  endif()
+endforeach()
+set(consumer_dir ${CMAKE_CURRENT_LIST_DIR})
+set(prefix ${WORK_DIR}/prefix)
+set(c_flags -std=c99 -pedantic -Wall -Wextra -Werror)
+
+# Runs a command; stops with its output when it fails. The output is left in
+# `output`.
+function(run step)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${step} failed (${result}):\n${ARGN}\n${out}${err}")
+  endif()
+  set(output "${out}" PARENT_SCOPE)
+endfunction()
+
+function(expect_same_output way)
+  run("running the ${way} build" ${ARGN})
+  if(NOT output STREQUAL expected)
+    message(FATAL_ERROR "the ${way} build differs from the in-tree build:\n"
+                        "in-tree:\n${expected}${way}:\n${output}")
+  endif()
+  message(STATUS "${way}: same output as the in-tree build")
+endfunction()
+
+function(build_cmake_consumer way)
+  run("configuring the ${way} consumer" ${CMAKE_COMMAND} -S ${consumer_dir} -B ${WORK_DIR}/${way}
+      -G ${GENERATOR} -DCMAKE_C_COMPILER=${C_COMPILER} -DCMAKE_CXX_COMPILER=${CXX_COMPILER}
+      ${ARGN})
+  run("building the ${way} consumer" ${CMAKE_COMMAND} --build ${WORK_DIR}/${way})
+endfunction()
+
+file(REMOVE_RECURSE ${WORK_DIR})
+run("the in-tree program" ${EXPECTED_PROGRAM})
+set(expected "${output}")
+run("installing" ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+
+build_cmake_consumer(find_package -DCMAKE_PREFIX_PATH=${prefix})
+expect_same_output(find_package ${WORK_DIR}/find_package/consumer)
+
+# PKG_CONFIG_LIBDIR replaces the default search path: only the fresh install counts.
+set(pkg_env ${CMAKE_COMMAND} -E env PKG_CONFIG_LIBDIR=${prefix}/${LIBDIR}/pkgconfig)
+foreach(linking shared static)
+  set(pkg_args --cflags --libs)
+  set(link_args)
+  if(linking STREQUAL static)
+    set(pkg_args --static --cflags --libs)
+    set(link_args -static)
+  endif()
+  run("pkg-config ${pkg_args} videohdr" ${pkg_env} ${PKG_CONFIG} ${pkg_args} videohdr)
+  separate_arguments(pkg_flags UNIX_COMMAND "${output}")
+  set(program ${WORK_DIR}/pkg-config-${linking})
+  run("building the pkg-config (${linking}) consumer" ${C_COMPILER} ${c_flags}
+      ${consumer_dir}/consumer.c ${link_args} ${pkg_flags} -o ${program})
+  expect_same_output("pkg-config (${linking})" ${CMAKE_COMMAND} -E env
+                     LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${program})
+endforeach()
+
+build_cmake_consumer(add_subdirectory -DVIDEOHDR_SOURCE_DIR=${SOURCE_DIR})
+file(STRINGS ${WORK_DIR}/add_subdirectory/CMakeCache.txt switched_on
+     REGEX "^VIDEOHDR_(BUILD_TESTS|BUILD_TOOLS|INSTALL):BOOL=ON")
+if(switched_on)
+  message(FATAL_ERROR "embedded with add_subdirectory, videohdr turns on: ${switched_on}")
+endif()
+expect_same_output(add_subdirectory ${WORK_DIR}/add_subdirectory/consumer)
