@@ -9,15 +9,20 @@
 #                  rules off.
 # Run by CTest as:
 #   cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... -DEXPECTED_PROGRAM=...
-#         -DLIBDIR=lib -DGENERATOR=Ninja -DC_COMPILER=cc -DCXX_COMPILER=c++
-#         -DPKG_CONFIG=pkg-config -P this-file
+#         -DLIBDIR=lib -DGENERATOR=Ninja -DC_COMPILER=cc -DCXX_COMPILER=c++ -P this-file
+# pkg-config is looked up here, not when the build is configured, so that
+# builds which never run the test do not need it.
 cmake_minimum_required(VERSION 3.16)
 foreach(var BUILD_DIR SOURCE_DIR WORK_DIR EXPECTED_PROGRAM LIBDIR GENERATOR C_COMPILER
-            CXX_COMPILER PKG_CONFIG)
+            CXX_COMPILER)
   if(NOT DEFINED ${var})
     message(FATAL_ERROR "check_consumer.cmake: ${var} is not set")
   endif()
 endforeach()
+find_program(PKG_CONFIG pkg-config)
+if(NOT PKG_CONFIG)
+  message(FATAL_ERROR "pkg-config not found (Debian: apt-get install pkg-config)")
+endif()
 set(consumer_dir ${CMAKE_CURRENT_LIST_DIR})
 set(prefix ${WORK_DIR}/prefix)
 set(c_flags -std=c99 -pedantic -Wall -Wextra -Werror)
