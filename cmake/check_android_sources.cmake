@@ -1,7 +1,8 @@
 # Fails when jni/Android.mk (ndk-build) and CMakeLists.txt compile different
 # library sources. Run as:
 #   cmake -DSOURCES="jni/a.cpp|jni/b.cpp" -DANDROID_MK=path/jni/Android.mk -P this-file
-# SOURCES are relative to the project root; Android.mk names them relative to jni/.
+# SOURCES are relative to the project root; Android.mk names them relative to
+# jni/ (those outside it, such as planes/, with a leading ../).
 if(NOT DEFINED SOURCES OR NOT DEFINED ANDROID_MK)
   message(FATAL_ERROR "usage: cmake -DSOURCES=a|b -DANDROID_MK=file -P check_android_sources.cmake")
 endif()
@@ -9,7 +10,11 @@ endif()
 string(REPLACE "|" ";" cmake_sources "${SOURCES}")
 set(expected)
 foreach(src IN LISTS cmake_sources)
-  string(REGEX REPLACE "^jni/" "" src "${src}")
+  if(src MATCHES "^jni/")
+    string(REGEX REPLACE "^jni/" "" src "${src}")
+  else()
+    set(src "../${src}")
+  endif()
   list(APPEND expected "${src}")
 endforeach()
 

@@ -23,9 +23,12 @@ LOCAL_SRC_FILES := \
     fusion/exposure_fusion.cpp \
     fusion/filter7x7.cpp \
     fusion/scale2x.cpp \
-    fusion/chroma_uv.cpp
+    fusion/chroma_uv.cpp \
+    ../planes/plane_layout.cpp \
+    ../planes/plane_copy.cpp \
+    ../planes/videohdr_planes.cpp
 LOCAL_C_INCLUDES := $(LOCAL_PATH)
-LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH)
+LOCAL_EXPORT_C_INCLUDES := $(LOCAL_PATH) $(LOCAL_PATH)/../planes
 # NEON on armeabi-v7a (always present on arm64-v8a). No fused multiply-add
 # contraction, so that every processor rounds the tone curves alike.
 LOCAL_ARM_NEON := true
