@@ -19,8 +19,13 @@ foreach(src IN LISTS cmake_sources)
 endforeach()
 
 file(READ "${ANDROID_MK}" makefile)
-# Join continued lines, then gather every LOCAL_SRC_FILES assignment (:=, = or +=).
+# Join continued lines, keep the videohdr module (from its LOCAL_MODULE line to
+# the include that builds it), then gather every LOCAL_SRC_FILES assignment
+# (:=, = or +=) in it.
 string(REGEX REPLACE "\\\\\n" " " makefile "${makefile}")
+string(REGEX MATCH "LOCAL_MODULE[ \t]*:?=[ \t]*videohdr[ \t]*\n.*" makefile "${makefile}")
+string(FIND "${makefile}" "include $(BUILD_" module_end)
+string(SUBSTRING "${makefile}" 0 ${module_end} makefile)
 string(REGEX MATCHALL "LOCAL_SRC_FILES[ \t]*[:+]?=[^\n]*" assignments "${makefile}")
 set(listed)
 foreach(line IN LISTS assignments)

@@ -1,6 +1,7 @@
-# ndk-build: libvideohdr.so for the camera app (see jni/Application.mk).
-# Keep LOCAL_SRC_FILES equal to VIDEOHDR_SOURCES in CMakeLists.txt; a host test
-# (android_mk_sources) fails when the two lists differ.
+# ndk-build: libvideohdr.so for the camera app (see jni/Application.mk), and
+# libvideohdr_jni.so, the JNI glue of the Java binding (java/).
+# Keep the videohdr module's LOCAL_SRC_FILES equal to VIDEOHDR_SOURCES in
+# CMakeLists.txt; a host test (android_mk_sources) fails when the two differ.
 LOCAL_PATH := $(call my-dir)
 
 include $(CLEAR_VARS)
@@ -35,4 +36,15 @@ LOCAL_ARM_NEON := true
 LOCAL_CFLAGS := -Wall -Wextra -ffp-contract=off
 LOCAL_CPPFLAGS := -std=c++17 -fvisibility=hidden -fvisibility-inlines-hidden
 LOCAL_LDLIBS := -llog -lm
+include $(BUILD_SHARED_LIBRARY)
+
+# The glue links the shared library rather than a second copy of it: an app
+# that calls the library from both Java and C++ carries it once, and the
+# Java class loads libvideohdr.so before libvideohdr_jni.so.
+include $(CLEAR_VARS)
+LOCAL_MODULE := videohdr_jni
+LOCAL_SRC_FILES := ../java/jni/videohdr_jni.cpp
+LOCAL_SHARED_LIBRARIES := videohdr
+LOCAL_CFLAGS := -Wall -Wextra
+LOCAL_CPPFLAGS := -std=c++17 -fvisibility=hidden -fvisibility-inlines-hidden
 include $(BUILD_SHARED_LIBRARY)
