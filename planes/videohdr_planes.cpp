@@ -21,18 +21,18 @@ struct VideoHdrPlanes {
   int32_t scanline;
 };
 
+#define VIDEOHDR_PLANES_TEXT(x) #x
+#define VIDEOHDR_PLANES_NUMBER(x) VIDEOHDR_PLANES_TEXT(x)
+
 namespace {
 
 using vhplanes::PlaneSet;
-
-#define VIDEOHDR_PLANES_TEXT(x) #x
-#define VIDEOHDR_PLANES_NUMBER(x) VIDEOHDR_PLANES_TEXT(x)
 
 // With a width that is a multiple of 16 every chroma row is whole 16-byte
 // blending blocks. Otherwise the last chroma row's partial block takes
 // weights from past the end of the half-resolution weight plane, and what
 // lies there depends on the scanline (the point samples the decimation
-// spilled when rows separate the planes, the next plane's first bytes when
+// spilled when rows separate the planes, the smoothing's scratch plane when
 // none do): a gap between the planes would then change the fused chroma.
 constexpr int32_t kGapSafeWidthMultiple = 16;
 

@@ -22,7 +22,7 @@ Pixels scene(int32_t width, int32_t height, int32_t n) {
   p.v.resize(p.y.size() / 4);
   for (int32_t y = 0; y < height; ++y) {
     for (int32_t x = 0; x < width; ++x) {
-      const uint32_t sx = x + 2 * n, sy = y + 2 * n;
+      const uint32_t sx = x + 2 * n, sy = y + 2 * (n % 2);
       const uint32_t v = ((sx >> 4) * 73u + (sy >> 4) * 151u) % 200u + ((sx * 7u + sy * 13u) & 31u);
       p.y[index(y, width, x, 1)] = static_cast<uint8_t>(n % 2 ? v / 2 : v);
     }

@@ -17,8 +17,8 @@ struct Pixels {
   Bytes y, u, v;  // u and v: (width / 2) x (height / 2)
 };
 
-// Frame n of a textured scene moving by (2, 2) pixels per frame, bright on
-// even n and a stop darker on odd n.
+// Frame n of a textured scene panning 2 pixels a frame and shaking 2 rows up
+// and down, bright on even n and a stop darker on odd n.
 Pixels scene(int32_t width, int32_t height, int32_t n);
 
 // stride = width, chroma right after the luma, V first when vFirst.
