@@ -1,11 +1,13 @@
 // The camera-plane entry point against Video_HDR_Process on a tightly packed
 // copy of the same pixels, for every layout cameras hand out: the same bytes,
 // the same shifts, and not one byte changed outside the samples. Then bad
-// input, plane sizes, and allocation after the first frame.
+// input, sizes, plane spans, and allocation after the first frame.
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
+#include <tuple>
 
 #include "alloc_count.h"
 #include "camera_frame.h"
@@ -16,11 +18,8 @@ namespace {
 
 using namespace planes_test;
 
-constexpr int32_t kFrames = 4;
-
-// name, width, height, yRowStride, uvRowStride, pixelStride, chroma, gapBytes
-// (>= 0: one buffer with the chroma this far past the luma rows; -1: each
-// plane in its own buffer), processed without a copy as a state's first layout
+// name, width, height, yRowStride, uvRowStride, pixelStride, chroma, gapBytes,
+// processed without a copy as a state's first layout
 const Layout kLayouts[] = {
     {"nv21 one buffer", 1040, 64, 1040, 1040, 2, Chroma::kNv21, 0, true},
     {"nv12 one buffer", 1040, 64, 1040, 1040, 2, Chroma::kNv12, 0, true},
@@ -38,28 +37,19 @@ const Layout kLayouts[] = {
     {"small i420, partial blocks", 66, 30, 80, 40, 1, Chroma::kPlanar, -1, false},
 };
 
-struct State {
+using State = std::unique_ptr<VideoHdrPlanes, decltype(&videohdr_planes_destroy)>;
+
+State createState(int32_t width, int32_t height) {
   VideoHdrPlanes *planes = nullptr;
-  ~State() { videohdr_planes_destroy(planes); }
-};
+  EXPECT_EQ(videohdr_planes_create(width, height, &planes), VIDEOHDR_PLANES_OK);
+  return State(planes, videohdr_planes_destroy);
+}
 
-// Video_HDR_Process on packed copies: the reference. Interleaved planes keep
-// their order in the copy, all others pack U first.
-class PackedReference {
- public:
-  PackedReference() : handle_(Video_HDR_Initial()) {}
-  ~PackedReference() { Video_HDR_Release(handle_); }
-  Pixels process(const Pixels &p, Chroma chroma) {
-    const bool vFirst = chroma == Chroma::kNv21;
-    Bytes frame = packFrame(p, vFirst);
-    Video_HDR_Process(handle_, frame.data(), 0, 1, p.width, p.height, p.width, p.height);
-    return unpackFrame(frame, p.width, p.height, vFirst);
-  }
-  const AlignContext &align() const { return *handle_->alignContext; }
-
- private:
-  VideoHdrHandle *handle_;
-};
+int32_t process(VideoHdrPlanes *planes, CameraFrame &f, VideoHdrPlanesResult *r) {
+  const Layout &l = f.l;
+  return videohdr_planes_process(planes, f.y, l.yRowStride, f.u, f.v, l.uvRowStride, l.pixelStride,
+                                 l.width, l.height, r);
+}
 
 class PlanesTest : public ::testing::Test {
  protected:
@@ -68,33 +58,30 @@ class PlanesTest : public ::testing::Test {
   }
   void TearDown() override { videohdr::setLogSink(nullptr); }
 
-  // Frame n goes in layouts[n % size], through one state and the reference.
-  // Answers how many frames the search found a non-zero shift for.
+  // Frame n goes in layouts[n % size], through one state and through the
+  // reference; answers in how many frames the search found a shift.
   static int32_t expectSameAsPacked(const std::vector<Layout> &layouts) {
-    State s;
-    EXPECT_EQ(videohdr_planes_create(layouts[0].width, layouts[0].height, &s.planes),
-              VIDEOHDR_PLANES_OK);
-    PackedReference reference;
+    State state = createState(layouts[0].width, layouts[0].height);
+    std::unique_ptr<VideoHdrHandle, decltype(&Video_HDR_Release)> reference(Video_HDR_Initial(),
+                                                                            Video_HDR_Release);
     int32_t moved = 0;
-    for (int32_t n = 0; n < kFrames; ++n) {
+    for (int32_t n = 0; n < 4; ++n) {
       const Layout &l = layouts[n % layouts.size()];
       SCOPED_TRACE(std::string(l.name) + ", frame " + std::to_string(n));
-      const Pixels pixels = scene(l.width, l.height, n);
+      Bytes packed = packedScene(l, n);
       CameraFrame frame(l), expected(l);
-      frame.write(pixels);
+      frame.write(packed);
       VideoHdrPlanesResult r;
-      videohdr_planes_process(s.planes, frame.y, l.yRowStride, frame.u, frame.v, l.uvRowStride,
-                              l.pixelStride, l.width, l.height, &r);
-      expected.write(reference.process(pixels, l.chroma));
+      process(state.get(), frame, &r);
+      Video_HDR_Process(reference.get(), packed.data(), 0, 1, l.width, l.height, l.width, l.height);
+      expected.write(packed);
       EXPECT_TRUE(frame.buffers == expected.buffers);
       EXPECT_EQ(r.status, n == 0 ? VIDEOHDR_PLANES_PRIMED : VIDEOHDR_PLANES_PROCESSED);
       EXPECT_EQ(r.inPlace, l.inPlace);
       if (n == 0) continue;
-      const AlignContext &a = reference.align();
-      EXPECT_EQ(r.foundDx, a.levelDx[0]);
-      EXPECT_EQ(r.foundDy, a.levelDy[0]);
-      EXPECT_EQ(r.appliedDx, a.lastDx);
-      EXPECT_EQ(r.appliedDy, a.lastDy);
+      const AlignContext &a = *reference->alignContext;
+      EXPECT_EQ(std::make_tuple(r.foundDx, r.foundDy, r.appliedDx, r.appliedDy),
+                std::make_tuple(a.levelDx[0], a.levelDy[0], a.lastDx, a.lastDy));
       EXPECT_EQ(r.currentBrighter, n % 2 == 0);  // even frames are the bright exposure
       moved += r.foundDx != 0 || r.foundDy != 0;
     }
@@ -123,21 +110,16 @@ TEST_F(PlanesTest, LayoutsMayChangeFromFrameToFrame) {
 }
 
 TEST_F(PlanesTest, BadInputIsRefusedAndNothingIsWritten) {
+  const Layout &l = kLayouts[7];
+  State state = createState(l.width, l.height);
+  CameraFrame frame(l);
+  frame.write(packedScene(l, 0));
+  const auto before = frame.buffers;
   struct Call {
     VideoHdrPlanes *state;
-    uint8_t *y;
-    int32_t yRowStride;
-    uint8_t *u, *v;
-    int32_t uvRowStride, pixelStride, width, height;
+    uint8_t *y, *u, *v;
+    int32_t yRowStride, uvRowStride, pixelStride, width, height;
   };
-  const Layout &l = kLayouts[7];
-  State s;
-  ASSERT_EQ(videohdr_planes_create(l.width, l.height, &s.planes), VIDEOHDR_PLANES_OK);
-  CameraFrame frame(l);
-  frame.write(scene(l.width, l.height, 0));
-  const auto before = frame.buffers;
-  const Call good = {s.planes,      frame.y,       l.yRowStride, frame.u, frame.v,
-                     l.uvRowStride, l.pixelStride, l.width,      l.height};
   const std::vector<std::tuple<const char *, int32_t, std::function<void(Call &)>>> cases = {
       {"null state", VIDEOHDR_PLANES_ERR_NULL_STATE, [](Call &c) { c.state = nullptr; }},
       {"other width", VIDEOHDR_PLANES_ERR_SIZE_CHANGED, [](Call &c) { c.width -= 2; }},
@@ -147,15 +129,15 @@ TEST_F(PlanesTest, BadInputIsRefusedAndNothingIsWritten) {
       {"null v", VIDEOHDR_PLANES_ERR_NULL_PLANE, [](Call &c) { c.v = nullptr; }},
       {"pixel stride 0", VIDEOHDR_PLANES_ERR_PIXEL_STRIDE, [](Call &c) { c.pixelStride = 0; }},
       {"pixel stride 3", VIDEOHDR_PLANES_ERR_PIXEL_STRIDE, [](Call &c) { c.pixelStride = 3; }},
-      {"y rows below the width", VIDEOHDR_PLANES_ERR_ROW_STRIDE,
-       [](Call &c) { c.yRowStride = c.width - 2; }},
-      {"uv rows below the width", VIDEOHDR_PLANES_ERR_ROW_STRIDE,
-       [](Call &c) { c.uvRowStride = c.width - 2; }},
-      {"negative row stride", VIDEOHDR_PLANES_ERR_ROW_STRIDE, [](Call &c) { c.yRowStride = -1; }},
-      {"u and v the same plane", VIDEOHDR_PLANES_ERR_OVERLAP, [](Call &c) { c.u = c.v; }},
+      {"y rows short", VIDEOHDR_PLANES_ERR_ROW_STRIDE, [](Call &c) { c.yRowStride = 1038; }},
+      {"uv rows short", VIDEOHDR_PLANES_ERR_ROW_STRIDE, [](Call &c) { c.uvRowStride = 1038; }},
+      {"negative stride", VIDEOHDR_PLANES_ERR_ROW_STRIDE, [](Call &c) { c.yRowStride = -1; }},
+      {"u is v", VIDEOHDR_PLANES_ERR_OVERLAP, [](Call &c) { c.u = c.v; }},
       {"u two bytes after v", VIDEOHDR_PLANES_ERR_OVERLAP, [](Call &c) { c.u = c.v + 2; }},
       {"chroma inside the luma", VIDEOHDR_PLANES_ERR_OVERLAP, [](Call &c) { c.v = c.y + 8; }},
   };
+  const Call good = {state.get(),   frame.y,       frame.u, frame.v, l.yRowStride,
+                     l.uvRowStride, l.pixelStride, l.width, l.height};
   for (const auto &[name, code, change] : cases) {
     Call c = good;
     change(c);
@@ -165,78 +147,54 @@ TEST_F(PlanesTest, BadInputIsRefusedAndNothingIsWritten) {
                                       c.pixelStride, c.width, c.height, &r),
               code)
         << name;
-    EXPECT_EQ(r.status, code) << name;
-    EXPECT_EQ(r.inPlace, 0) << name;
+    EXPECT_EQ(std::make_pair(r.status, r.inPlace), std::make_pair(code, 0)) << name;
     EXPECT_TRUE(frame.buffers == before) << name;
     EXPECT_STRNE(videohdr_planes_status_text(code), videohdr_planes_status_text(99)) << name;
   }
   // None of them counted as a frame: the next good one primes the state.
-  EXPECT_EQ(
-      videohdr_planes_process(good.state, good.y, good.yRowStride, good.u, good.v, good.uvRowStride,
-                              good.pixelStride, good.width, good.height, nullptr),
-      VIDEOHDR_PLANES_PRIMED);
+  EXPECT_EQ(process(state.get(), frame, nullptr), VIDEOHDR_PLANES_PRIMED);
 }
 
-TEST_F(PlanesTest, CreateTakesEvenSizesWithinTheDesign) {
-  const struct {
-    int32_t width, height, status;
-  } cases[] = {
-      {2048, 1280, VIDEOHDR_PLANES_OK},           {2, 2, VIDEOHDR_PLANES_OK},
-      {0, 64, VIDEOHDR_PLANES_ERR_BAD_SIZE},      {-2, 64, VIDEOHDR_PLANES_ERR_BAD_SIZE},
-      {1041, 64, VIDEOHDR_PLANES_ERR_BAD_SIZE},   {1040, 63, VIDEOHDR_PLANES_ERR_BAD_SIZE},
-      {2048, 1282, VIDEOHDR_PLANES_ERR_BAD_SIZE},
-  };
-  for (const auto &c : cases) {
-    State s;
-    EXPECT_EQ(videohdr_planes_create(c.width, c.height, &s.planes), c.status)
-        << c.width << "x" << c.height;
-    EXPECT_EQ(s.planes != nullptr, c.status == VIDEOHDR_PLANES_OK);
-  }
+TEST_F(PlanesTest, SizesAndPlaneSpans) {
+  VideoHdrPlanes *planes = nullptr;
+  for (auto [w, h] : {std::pair{0, 64}, {-2, 64}, {1041, 64}, {1040, 63}, {2048, 1282}})
+    EXPECT_EQ(videohdr_planes_create(w, h, &planes), VIDEOHDR_PLANES_ERR_BAD_SIZE) << w << "x" << h;
+  EXPECT_EQ(planes, nullptr);
   EXPECT_EQ(videohdr_planes_create(64, 64, nullptr), VIDEOHDR_PLANES_ERR_NULL_STATE);
-}
+  createState(2048, 1280);  // the largest frame of the design
 
-TEST_F(PlanesTest, PlaneBytesOfCameraLayouts) {
   const struct {
-    int32_t width, height, yRowStride, uvRowStride, pixelStride, status;
+    int32_t w, h, yRowStride, uvRowStride, pixelStride, status;
     int64_t yBytes, uvBytes;
-  } cases[] = {
+  } spans[] = {
       // 1536 * 719 + 1280; 1536 * 359 + 2 * 639 + 1
       {1280, 720, 1536, 1536, 2, VIDEOHDR_PLANES_OK, 1105664, 552703},
-      // 1280 * 720; 640 * 359 + 639 + 1
-      {1280, 720, 1280, 640, 1, VIDEOHDR_PLANES_OK, 921600, 230400},
-      // 896 * 479 + 864; 896 * 239 + 2 * 431 + 1
-      {864, 480, 896, 896, 2, VIDEOHDR_PLANES_OK, 430048, 215007},
+      {1280, 720, 1280, 640, 1, VIDEOHDR_PLANES_OK, 921600, 230400},  // 640 * 359 + 639 + 1
+      {864, 480, 896, 896, 2, VIDEOHDR_PLANES_OK, 430048, 215007},    // 896 * 239 + 863
       {864, 480, 896, 896, 4, VIDEOHDR_PLANES_ERR_PIXEL_STRIDE, -1, -1},
       {864, 480, 896, 431, 1, VIDEOHDR_PLANES_ERR_ROW_STRIDE, -1, -1},
       {864, 481, 896, 896, 2, VIDEOHDR_PLANES_ERR_BAD_SIZE, -1, -1},
   };
-  for (const auto &c : cases) {
+  for (const auto &s : spans) {
     int64_t yBytes = -1, uvBytes = -1;
-    EXPECT_EQ(videohdr_planes_plane_bytes(c.width, c.height, c.yRowStride, c.uvRowStride,
-                                          c.pixelStride, &yBytes, &uvBytes),
-              c.status);
-    EXPECT_EQ(yBytes, c.yBytes) << c.width << "x" << c.height;
-    EXPECT_EQ(uvBytes, c.uvBytes) << c.width << "x" << c.height;
+    EXPECT_EQ(videohdr_planes_plane_bytes(s.w, s.h, s.yRowStride, s.uvRowStride, s.pixelStride,
+                                          &yBytes, &uvBytes),
+              s.status);
+    EXPECT_EQ(std::make_pair(yBytes, uvBytes), std::make_pair(s.yBytes, s.uvBytes)) << s.w;
   }
 }
 
 TEST_F(PlanesTest, NoAllocationAfterTheFirstFrame) {
-  const Layout layouts[] = {kLayouts[0], kLayouts[7], kLayouts[9], kLayouts[11]};
-  State s;
-  ASSERT_EQ(videohdr_planes_create(1040, 64, &s.planes), VIDEOHDR_PLANES_OK);
-  for (int32_t n = 0; n < 2 * 4; ++n) {
-    const Layout &l = layouts[n % 4];
+  State state = createState(1040, 64);
+  const int32_t layouts[] = {0, 7, 5, 9};  // one buffer, padded, gap not whole rows, i420
+  for (int32_t n = 0; n < 8; ++n) {
+    const Layout &l = kLayouts[layouts[n % 4]];
     CameraFrame frame(l);
-    frame.write(scene(l.width, l.height, n));
+    frame.write(packedScene(l, n));
     const long before = alloc_count::allocations();
-    videohdr_planes_process(s.planes, frame.y, l.yRowStride, frame.u, frame.v, l.uvRowStride,
-                            l.pixelStride, l.width, l.height, nullptr);
+    process(state.get(), frame, nullptr);
     // The library's contexts are made on the first frame: the count sees them.
-    if (n == 0) {
-      EXPECT_GT(alloc_count::allocations(), before);
-    } else {
-      EXPECT_EQ(alloc_count::allocations(), before) << l.name << ", frame " << n;
-    }
+    EXPECT_EQ(alloc_count::allocations() > before, n == 0) << l.name << ", frame " << n;
   }
 }
 
