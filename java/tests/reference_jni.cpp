@@ -6,34 +6,28 @@
 
 #include "videohdr.h"
 
-namespace {
-VideoHdrHandle *handleOf(jlong handle) {
-  return reinterpret_cast<VideoHdrHandle *>(static_cast<uintptr_t>(handle));
-}
-}  // namespace
-
 extern "C" {
 
 JNIEXPORT jlong JNICALL Java_org_videohdr_PackedReference_create(JNIEnv *, jclass) {
   return static_cast<jlong>(reinterpret_cast<uintptr_t>(Video_HDR_Initial()));
 }
 
-// Processes `frame` (NV12 or NV21, stride = width, scanline = height) in
-// place; `shifts` receives the found and the applied shift.
+// `frame`: NV12 or NV21, stride = width, scanline = height; processed in
+// place. `shifts` receives the found and the applied shift.
 JNIEXPORT void JNICALL Java_org_videohdr_PackedReference_process(JNIEnv *env, jclass, jlong handle,
                                                                  jobject frame, jint width,
                                                                  jint height, jintArray shifts) {
-  VideoHdrHandle *h = handleOf(handle);
-  auto *bytes = static_cast<uint8_t *>(env->GetDirectBufferAddress(frame));
-  Video_HDR_Process(h, bytes, 0, 1, width, height, width, height);
+  auto *h = reinterpret_cast<VideoHdrHandle *>(static_cast<uintptr_t>(handle));
+  Video_HDR_Process(h, static_cast<uint8_t *>(env->GetDirectBufferAddress(frame)), 0, 1, width,
+                    height, width, height);
   const AlignContext *a = h->alignContext;
-  if (!a || !a->levelDx) return;
+  if (!a->levelDx) return;  // carved from the workspace on the second frame
   const jint values[] = {a->levelDx[0], a->levelDy[0], a->lastDx, a->lastDy};
   env->SetIntArrayRegion(shifts, 0, 4, values);
 }
 
 JNIEXPORT void JNICALL Java_org_videohdr_PackedReference_release(JNIEnv *, jclass, jlong handle) {
-  Video_HDR_Release(handleOf(handle));
+  Video_HDR_Release(reinterpret_cast<VideoHdrHandle *>(static_cast<uintptr_t>(handle)));
 }
 
 }  // extern "C"

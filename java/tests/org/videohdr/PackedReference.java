@@ -24,8 +24,7 @@ final class PackedReference implements AutoCloseable {
 
   private static native long create();
 
-  private static native void process(
-      long handle, ByteBuffer frame, int width, int height, int[] shifts);
+  private static native void process(long handle, ByteBuffer frame, int w, int h, int[] shifts);
 
   private static native void release(long handle);
 }

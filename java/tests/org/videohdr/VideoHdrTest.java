@@ -9,134 +9,100 @@ import java.nio.ByteBuffer;
 import org.junit.Test;
 
 /**
- * The binding on direct buffers laid out as a camera's, against the library's contiguous C call
- * on a tightly packed copy of the same pixels; and the exceptions.
+ * The binding on direct buffers laid out as a camera's, against Video_HDR_Process on a tightly
+ * packed copy of the same pixels; and the exceptions.
  */
 public class VideoHdrTest {
-  private static final byte SENTINEL = (byte) 0xA5;
-  private static final int FRAMES = 4;
-
+  /** NV21, NV12: u and v alias one interleaved buffer, each one byte short of it. */
   enum Chroma {
-    NV21, // u and v alias one interleaved buffer, v first; each one byte short of it
+    NV21,
     NV12,
-    I420 // pixel stride 1, buffers of their own
+    I420
   }
 
-  /** A camera's planes; every byte that is not a sample holds the sentinel. */
+  /** A camera's planes; every byte that is not a sample holds 0xA5. */
   static final class Camera {
-    final int width, height, yRowStride, uvRowStride, pixelStride;
-    final Chroma chroma;
+    final int w, h, yRowStride, uvRowStride, pixelStride;
     final ByteBuffer[] buffers; // whole allocations, compared byte for byte
-    final ByteBuffer y, u, v;
+    final ByteBuffer y, u, v, first, second; // first, second: in the packed frame's order
 
-    /** oneBuffer: the chroma right after the luma rows in the luma's buffer. */
+    /** oneBuffer: the chroma right after the luma rows, in the luma's buffer. */
     Camera(int w, int h, int yRowStride, int uvRowStride, Chroma chroma, boolean oneBuffer) {
-      this.width = w;
-      this.height = h;
+      this.w = w;
+      this.h = h;
       this.yRowStride = yRowStride;
       this.uvRowStride = uvRowStride;
-      this.pixelStride = chroma == Chroma.I420 ? 1 : 2;
-      this.chroma = chroma;
+      pixelStride = chroma == Chroma.I420 ? 1 : 2;
       int lumaBytes = yRowStride * (h - 1) + w;
       int chromaBytes = uvRowStride * (h / 2 - 1) + pixelStride * (w / 2 - 1) + 1;
       int pairBytes = chroma == Chroma.I420 ? chromaBytes : chromaBytes + 1;
-      ByteBuffer pairs;
       if (oneBuffer) {
         buffers = new ByteBuffer[] {filled(yRowStride * h + pairBytes)};
-        pairs = buffers[0].slice(yRowStride * h, pairBytes);
       } else if (chroma == Chroma.I420) {
         buffers = new ByteBuffer[] {filled(lumaBytes), filled(chromaBytes), filled(chromaBytes)};
-        pairs = buffers[1];
       } else {
         buffers = new ByteBuffer[] {filled(lumaBytes), filled(pairBytes)};
-        pairs = buffers[1];
       }
+      ByteBuffer pairs = oneBuffer ? buffers[0].slice(yRowStride * h, pairBytes) : buffers[1];
       y = buffers[0].slice(0, lumaBytes);
-      ByteBuffer first = pairs.slice(0, chromaBytes);
-      ByteBuffer second = chroma == Chroma.I420 ? buffers[2] : pairs.slice(1, chromaBytes);
+      first = pairs.slice(0, chromaBytes);
+      second = chroma == Chroma.I420 ? buffers[2] : pairs.slice(1, chromaBytes);
       u = chroma == Chroma.NV21 ? second : first;
       v = chroma == Chroma.NV21 ? first : second;
     }
 
     private static ByteBuffer filled(int bytes) {
       ByteBuffer b = ByteBuffer.allocateDirect(bytes);
-      for (int i = 0; i < bytes; ++i) b.put(i, SENTINEL);
+      for (int i = 0; i < bytes; ++i) b.put(i, (byte) 0xA5);
       return b;
     }
 
-    /** Writes pixels {Y, U, V} into the planes. */
-    void write(byte[][] p) {
-      for (int r = 0; r < height; ++r) y.put(r * yRowStride, p[0], r * width, width);
-      for (int r = 0; r < height / 2; ++r) {
-        for (int c = 0; c < width / 2; ++c) {
-          int i = r * (width / 2) + c;
-          u.put(r * uvRowStride + c * pixelStride, p[1][i]);
-          v.put(r * uvRowStride + c * pixelStride, p[2][i]);
+    /** The pixels of a tightly packed frame, V first for NV21, else U first. */
+    Camera write(ByteBuffer packed) {
+      for (int r = 0; r < h; ++r) y.put(r * yRowStride, packed, r * w, w);
+      for (int r = 0; r < h / 2; ++r) {
+        for (int c = 0; c < w / 2; ++c) {
+          int at = r * uvRowStride + c * pixelStride, pair = w * h + r * w + 2 * c;
+          first.put(at, packed.get(pair));
+          second.put(at, packed.get(pair + 1));
         }
       }
+      return this;
     }
 
     FrameResult process(VideoHdr hdr) {
-      return hdr.process(y, yRowStride, u, v, uvRowStride, pixelStride, width, height);
+      return hdr.process(y, yRowStride, u, v, uvRowStride, pixelStride, w, h);
     }
   }
 
-  /** Frame n of a textured scene panning 2 pixels a frame and shaking 2 rows, bright on even n. */
-  static byte[][] scene(int w, int h, int n) {
-    byte[][] p = {new byte[w * h], new byte[w * h / 4], new byte[w * h / 4]};
+  /** Frame n, packed: a texture panning 2 pixels a frame and shaking 2 rows, bright on even n. */
+  static ByteBuffer packedScene(int w, int h, int n) {
+    ByteBuffer f = ByteBuffer.allocateDirect(w * h * 3 / 2);
     for (int y = 0; y < h; ++y) {
       for (int x = 0; x < w; ++x) {
         int sx = x + 2 * n, sy = y + 2 * (n % 2);
         int v = ((sx >> 4) * 73 + (sy >> 4) * 151) % 200 + ((sx * 7 + sy * 13) & 31);
-        p[0][y * w + x] = (byte) (n % 2 == 0 ? v : v / 2);
+        f.put(y * w + x, (byte) (n % 2 == 0 ? v : v / 2));
       }
     }
-    for (int i = 0; i < w * h / 4; ++i) {
-      p[1][i] = (byte) (i * 7 + n * 3);
-      p[2][i] = (byte) (200 - i * 5 % 150 - n);
-    }
-    return p;
-  }
-
-  /** Packs pixels into a tightly packed NV21 (vFirst) or NV12 frame, or back (toPacked false). */
-  static void pack(byte[][] p, ByteBuffer frame, boolean vFirst, boolean toPacked) {
-    int luma = p[0].length;
-    if (toPacked) frame.put(0, p[0]);
-    else frame.get(0, p[0]);
-    for (int i = 0; i < p[1].length; ++i) {
-      int first = luma + 2 * i, second = first + 1;
-      int at1 = vFirst ? second : first, at2 = vFirst ? first : second;
-      if (toPacked) {
-        frame.put(at1, p[1][i]).put(at2, p[2][i]);
-      } else {
-        p[1][i] = frame.get(at1);
-        p[2][i] = frame.get(at2);
-      }
-    }
+    for (int i = w * h; i < f.capacity(); ++i) f.put(i, (byte) (i % 2 == 0 ? i * 7 + n : 200 - n));
+    return f;
   }
 
   private static void expectSameAsPacked(
       String name, int w, int h, int yRowStride, int uvRowStride, Chroma chroma, boolean oneBuffer) {
-    boolean vFirst = chroma == Chroma.NV21; // planes that do not interleave pack U first
     try (VideoHdr hdr = new VideoHdr(w, h);
         PackedReference reference = new PackedReference()) {
-      ByteBuffer packed = ByteBuffer.allocateDirect(w * h * 3 / 2);
-      for (int n = 0; n < FRAMES; ++n) {
+      for (int n = 0; n < 4; ++n) {
         String at = name + ", frame " + n;
-        byte[][] pixels = scene(w, h, n);
-        Camera camera = new Camera(w, h, yRowStride, uvRowStride, chroma, oneBuffer);
-        camera.write(pixels);
+        ByteBuffer packed = packedScene(w, h, n);
+        Camera camera = new Camera(w, h, yRowStride, uvRowStride, chroma, oneBuffer).write(packed);
         FrameResult r = camera.process(hdr);
-
-        pack(pixels, packed, vFirst, true);
-        int[] shifts = reference.process(packed, w, h);
-        byte[][] fused = scene(w, h, 0); // sized; every byte is overwritten
-        pack(fused, packed, vFirst, false);
+        int[] shifts = reference.process(packed, w, h); // packed now holds the fused frame
         Camera expected = new Camera(w, h, yRowStride, uvRowStride, chroma, oneBuffer);
-        expected.write(fused);
-        assertArrayEquals(at, expected.buffers, camera.buffers);
-        assertEquals(at, n == 0 ? FrameResult.Status.PRIMED : FrameResult.Status.PROCESSED,
-            r.status());
+        assertArrayEquals(at, expected.write(packed).buffers, camera.buffers);
+        assertEquals(
+            at, n == 0 ? FrameResult.Status.PRIMED : FrameResult.Status.PROCESSED, r.status());
         assertEquals(at, oneBuffer && yRowStride == w, r.inPlace());
         if (n == 0) continue;
         int[] got = {r.foundDx(), r.foundDy(), r.appliedDx(), r.appliedDy()};
@@ -159,20 +125,20 @@ public class VideoHdrTest {
 
   @Test
   public void badCallsThrowAndWriteNothing() {
-    Camera c = new Camera(1280, 720, 1536, 1536, Chroma.NV21, false);
-    c.write(scene(1280, 720, 0));
-    Camera before = new Camera(1280, 720, 1536, 1536, Chroma.NV21, false);
-    before.write(scene(1280, 720, 0));
+    ByteBuffer packed = packedScene(1280, 720, 0);
+    Camera c = new Camera(1280, 720, 1536, 1536, Chroma.NV21, false).write(packed);
+    Camera before = new Camera(1280, 720, 1536, 1536, Chroma.NV21, false).write(packed);
     VideoHdr hdr = new VideoHdr(1280, 720);
     try {
       ByteBuffer heap = ByteBuffer.allocate(c.y.capacity());
       ByteBuffer shortU = c.u.slice(0, c.u.capacity() - 1);
+      ByteBuffer readOnlyV = c.v.asReadOnlyBuffer();
       expectThrow(IllegalArgumentException.class, "y is not a direct ByteBuffer",
           () -> hdr.process(heap, 1536, c.u, c.v, 1536, 2, 1280, 720));
       expectThrow(IllegalArgumentException.class, "u holds 552702 bytes; the strides and size"
           + " given need 552703", () -> hdr.process(c.y, 1536, shortU, c.v, 1536, 2, 1280, 720));
       expectThrow(IllegalArgumentException.class, "v is read-only",
-          () -> hdr.process(c.y, 1536, c.u, c.v.asReadOnlyBuffer(), 1536, 2, 1280, 720));
+          () -> hdr.process(c.y, 1536, c.u, readOnlyV, 1536, 2, 1280, 720));
       expectThrow(IllegalArgumentException.class, "uvPixelStride must be 1 or 2",
           () -> hdr.process(c.y, 1536, c.u, c.v, 1536, 3, 1280, 720));
       expectThrow(IllegalArgumentException.class, "yRowStride is below width",
