@@ -4,12 +4,12 @@
 // input, sizes, plane spans, and allocation after the first frame.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
 #include <tuple>
 
-#include "camera_frame.h"
 #include "hdr_log.h"
 #include "videohdr_planes.h"
 
@@ -33,7 +33,87 @@ void *__wrap_realloc(void *p, size_t bytes) { return ++g_allocations, __real_rea
 
 namespace {
 
-using namespace planes_test;
+using Bytes = std::vector<uint8_t>;
+constexpr size_t kGuard = 32;
+constexpr uint8_t kSentinel = 0xA5;
+
+enum class Chroma { kNv21, kNv12, kPlanar };  // kNv21 / kNv12: u and v one byte apart
+
+struct Layout {
+  const char *name;
+  int32_t width, height, yRowStride, uvRowStride, pixelStride;
+  Chroma chroma;
+  int32_t gapBytes;  // >= 0: one buffer, chroma this far past the luma rows; -1: own buffers
+  bool inPlace;      // whether the entry point should need no copy
+};
+
+// Frame n of a textured scene panning 2 pixels a frame and shaking 2 rows up
+// and down, bright on even n and a stop darker on odd n; stride = width, the
+// chroma right after the luma, V first for NV21 layouts (else U first).
+Bytes packedScene(const Layout &l, int32_t n) {
+  const int32_t w = l.width, h = l.height;
+  Bytes f(static_cast<size_t>(w) * h * 3 / 2);
+  for (int32_t y = 0; y < h; ++y) {
+    for (int32_t x = 0; x < w; ++x) {
+      const uint32_t sx = x + 2 * n, sy = y + 2 * (n % 2);
+      const uint32_t v = ((sx >> 4) * 73u + (sy >> 4) * 151u) % 200u + ((sx * 7u + sy * 13u) & 31u);
+      f[static_cast<size_t>(y) * w + x] = static_cast<uint8_t>(n % 2 ? v / 2 : v);
+    }
+  }
+  for (size_t i = static_cast<size_t>(w) * h; i < f.size(); ++i)
+    f[i] = static_cast<uint8_t>(i % 2 ? 200 - i * 5 % 150 - n : i * 7 + n * 3);
+  return f;
+}
+
+// A camera's planes in guarded buffers whose every byte that is not a sample
+// holds the sentinel.
+struct CameraFrame {
+  Layout l;
+  uint8_t *y, *u, *v;
+  std::vector<Bytes> buffers;  // guard bytes, planes, padding: compared whole
+
+  explicit CameraFrame(const Layout &layout) : l(layout) {
+    const int32_t w = l.width, h = l.height;
+    const size_t lumaBytes = static_cast<size_t>(l.yRowStride) * (h - 1) + w;
+    const size_t chromaBytes = static_cast<size_t>(l.uvRowStride) * (h / 2 - 1) +
+                               static_cast<size_t>(l.pixelStride) * (w / 2 - 1) + 1;
+    // An interleaved pair of planes spans one byte more than either plane.
+    const size_t pairBytes = chromaBytes + (l.chroma == Chroma::kPlanar ? 0 : 1);
+    auto guarded = [this](size_t bytes) {
+      buffers.push_back(Bytes(bytes + 2 * kGuard, kSentinel));
+      return buffers.back().data() + kGuard;
+    };
+    uint8_t *chroma;
+    if (l.gapBytes >= 0) {
+      const size_t chromaOffset = static_cast<size_t>(l.yRowStride) * h + l.gapBytes;
+      y = guarded(chromaOffset + pairBytes);
+      chroma = y + chromaOffset;
+    } else {
+      y = guarded(lumaBytes);
+      chroma = guarded(pairBytes);
+    }
+    u = chroma + (l.chroma == Chroma::kNv21 ? 1 : 0);
+    v = l.chroma == Chroma::kPlanar ? guarded(chromaBytes) : chroma + (l.chroma == Chroma::kNv12);
+  }
+
+  // The pixels of a packedScene frame.
+  void write(const Bytes &packed) {
+    const int32_t w = l.width, h = l.height;
+    for (int32_t r = 0; r < h; ++r)
+      std::memcpy(y + static_cast<size_t>(r) * l.yRowStride, &packed[static_cast<size_t>(r) * w],
+                  w);
+    uint8_t *first = l.chroma == Chroma::kNv21 ? v : u, *second = first == u ? v : u;
+    const uint8_t *pairs = &packed[static_cast<size_t>(w) * h];
+    for (int32_t r = 0; r < h / 2; ++r) {
+      for (int32_t c = 0; c < w / 2; ++c) {
+        const size_t at =
+            static_cast<size_t>(r) * l.uvRowStride + static_cast<size_t>(c) * l.pixelStride;
+        first[at] = pairs[static_cast<size_t>(r) * w + 2 * c];
+        second[at] = pairs[static_cast<size_t>(r) * w + 2 * c + 1];
+      }
+    }
+  }
+};
 
 // name, width, height, yRowStride, uvRowStride, pixelStride, chroma, gapBytes,
 // processed without a copy as a state's first layout

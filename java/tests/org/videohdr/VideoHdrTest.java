@@ -26,8 +26,7 @@ public class VideoHdrTest {
     final ByteBuffer[] buffers; // whole allocations, compared byte for byte
     final ByteBuffer y, u, v, first, second; // first, second: in the packed frame's order
 
-    /** oneBuffer: the chroma right after the luma rows, in the luma's buffer. */
-    Camera(int w, int h, int yRowStride, int uvRowStride, Chroma chroma, boolean oneBuffer) {
+    Camera(int w, int h, int yRowStride, int uvRowStride, Chroma chroma) {
       this.w = w;
       this.h = h;
       this.yRowStride = yRowStride;
@@ -35,18 +34,13 @@ public class VideoHdrTest {
       pixelStride = chroma == Chroma.I420 ? 1 : 2;
       int lumaBytes = yRowStride * (h - 1) + w;
       int chromaBytes = uvRowStride * (h / 2 - 1) + pixelStride * (w / 2 - 1) + 1;
-      int pairBytes = chroma == Chroma.I420 ? chromaBytes : chromaBytes + 1;
-      if (oneBuffer) {
-        buffers = new ByteBuffer[] {filled(yRowStride * h + pairBytes)};
-      } else if (chroma == Chroma.I420) {
-        buffers = new ByteBuffer[] {filled(lumaBytes), filled(chromaBytes), filled(chromaBytes)};
-      } else {
-        buffers = new ByteBuffer[] {filled(lumaBytes), filled(pairBytes)};
-      }
-      ByteBuffer pairs = oneBuffer ? buffers[0].slice(yRowStride * h, pairBytes) : buffers[1];
-      y = buffers[0].slice(0, lumaBytes);
-      first = pairs.slice(0, chromaBytes);
-      second = chroma == Chroma.I420 ? buffers[2] : pairs.slice(1, chromaBytes);
+      buffers = // an interleaved pair of planes spans one byte more than either
+          chroma == Chroma.I420
+              ? new ByteBuffer[] {filled(lumaBytes), filled(chromaBytes), filled(chromaBytes)}
+              : new ByteBuffer[] {filled(lumaBytes), filled(chromaBytes + 1)};
+      y = buffers[0];
+      first = buffers[1].slice(0, chromaBytes);
+      second = chroma == Chroma.I420 ? buffers[2] : buffers[1].slice(1, chromaBytes);
       u = chroma == Chroma.NV21 ? second : first;
       v = chroma == Chroma.NV21 ? first : second;
     }
@@ -90,20 +84,20 @@ public class VideoHdrTest {
   }
 
   private static void expectSameAsPacked(
-      String name, int w, int h, int yRowStride, int uvRowStride, Chroma chroma, boolean oneBuffer) {
+      String name, int w, int h, int yRowStride, int uvRowStride, Chroma chroma) {
     try (VideoHdr hdr = new VideoHdr(w, h);
         PackedReference reference = new PackedReference()) {
       for (int n = 0; n < 4; ++n) {
         String at = name + ", frame " + n;
         ByteBuffer packed = packedScene(w, h, n);
-        Camera camera = new Camera(w, h, yRowStride, uvRowStride, chroma, oneBuffer).write(packed);
+        Camera camera = new Camera(w, h, yRowStride, uvRowStride, chroma).write(packed);
         FrameResult r = camera.process(hdr);
         int[] shifts = reference.process(packed, w, h); // packed now holds the fused frame
-        Camera expected = new Camera(w, h, yRowStride, uvRowStride, chroma, oneBuffer);
+        Camera expected = new Camera(w, h, yRowStride, uvRowStride, chroma);
         assertArrayEquals(at, expected.write(packed).buffers, camera.buffers);
         assertEquals(
             at, n == 0 ? FrameResult.Status.PRIMED : FrameResult.Status.PROCESSED, r.status());
-        assertEquals(at, oneBuffer && yRowStride == w, r.inPlace());
+        assertEquals(at, false, r.inPlace()); // padded rows are always packed first
         if (n == 0) continue;
         int[] got = {r.foundDx(), r.foundDy(), r.appliedDx(), r.appliedDy()};
         assertArrayEquals(at, shifts, got);
@@ -114,20 +108,18 @@ public class VideoHdrTest {
 
   @Test
   public void cameraLayoutsGiveThePackedFramesBytesAndShifts() {
-    expectSameAsPacked("nv21 1280 in 1536", 1280, 720, 1536, 1536, Chroma.NV21, false);
-    expectSameAsPacked("nv12 1280 in 1536", 1280, 720, 1536, 1536, Chroma.NV12, false);
-    expectSameAsPacked("i420 1280 in 1536", 1280, 720, 1536, 768, Chroma.I420, false);
-    expectSameAsPacked("nv21 864 in 896", 864, 480, 896, 896, Chroma.NV21, false);
-    expectSameAsPacked("i420 864 in 896", 864, 480, 896, 448, Chroma.I420, false);
-    expectSameAsPacked("nv21 padded, one buffer", 1280, 720, 1536, 1536, Chroma.NV21, true);
-    expectSameAsPacked("nv21 packed, one buffer", 1280, 720, 1280, 1280, Chroma.NV21, true);
+    expectSameAsPacked("nv21 1280 in 1536", 1280, 720, 1536, 1536, Chroma.NV21);
+    expectSameAsPacked("nv12 1280 in 1536", 1280, 720, 1536, 1536, Chroma.NV12);
+    expectSameAsPacked("i420 1280 in 1536", 1280, 720, 1536, 768, Chroma.I420);
+    expectSameAsPacked("nv21 864 in 896", 864, 480, 896, 896, Chroma.NV21);
+    expectSameAsPacked("i420 864 in 896", 864, 480, 896, 448, Chroma.I420);
   }
 
   @Test
   public void badCallsThrowAndWriteNothing() {
     ByteBuffer packed = packedScene(1280, 720, 0);
-    Camera c = new Camera(1280, 720, 1536, 1536, Chroma.NV21, false).write(packed);
-    Camera before = new Camera(1280, 720, 1536, 1536, Chroma.NV21, false).write(packed);
+    Camera c = new Camera(1280, 720, 1536, 1536, Chroma.NV21).write(packed);
+    Camera before = new Camera(1280, 720, 1536, 1536, Chroma.NV21).write(packed);
     VideoHdr hdr = new VideoHdr(1280, 720);
     try {
       ByteBuffer heap = ByteBuffer.allocate(c.y.capacity());
