@@ -47,4 +47,6 @@ LOCAL_SRC_FILES := ../java/jni/videohdr_jni.cpp
 LOCAL_SHARED_LIBRARIES := videohdr
 LOCAL_CFLAGS := -Wall -Wextra
 LOCAL_CPPFLAGS := -std=c++17 -fvisibility=hidden -fvisibility-inlines-hidden
+# Devices with 16 KB pages refuse libraries laid out for 4 KB pages only.
+LOCAL_LDFLAGS := -Wl,-z,max-page-size=16384
 include $(BUILD_SHARED_LIBRARY)
