@@ -23,10 +23,14 @@ if(VIDEOHDR_EXPORT_MAP)
 endif()
 
 if(VIDEOHDR_MAX_PAGE_SIZE)
-  add_test(NAME page_alignment
-           COMMAND ${CMAKE_COMMAND} -DREADELF=${CMAKE_READELF} -DLIBRARY=$<TARGET_FILE:videohdr>
-                   -DMIN_ALIGN=${VIDEOHDR_MAX_PAGE_SIZE}
-                   -P ${PROJECT_SOURCE_DIR}/cmake/check_page_alignment.cmake)
+  foreach(library videohdr videohdr_jni)
+    if(TARGET ${library})
+      add_test(NAME page_alignment_${library}
+               COMMAND ${CMAKE_COMMAND} -DREADELF=${CMAKE_READELF}
+                       -DLIBRARY=$<TARGET_FILE:${library}> -DMIN_ALIGN=${VIDEOHDR_MAX_PAGE_SIZE}
+                       -P ${PROJECT_SOURCE_DIR}/cmake/check_page_alignment.cmake)
+    endif()
+  endforeach()
 endif()
 
 # Install, then build and run a user's program against the result: host builds

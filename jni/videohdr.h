@@ -14,7 +14,8 @@
  * `scanline` are padding and are never read or written.
  *
  * This is a plain C ABI: records with a fixed field order, free functions with
- * unmangled names, no exceptions. Every exported call is declared here.
+ * unmangled names, no exceptions. Every exported call is declared here, except
+ * the camera-plane entry point (planes/videohdr_planes.h).
  *
  * Design limits (the caller's contract unless a call says otherwise):
  *   - stride * height <= 2,621,440 luma bytes (for example 2048 x 1280);

@@ -10,11 +10,11 @@ source scripts/ensure_packages.sh
 ensure_packages "${packages[@]}"
 
 cmake -S . -B build/valgrind -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DVIDEOHDR_BUILD_TOOLS=OFF >/dev/null
+  -DVIDEOHDR_BUILD_TOOLS=OFF -DVIDEOHDR_BUILD_JAVA=OFF >/dev/null
 cmake --build build/valgrind -j "$(nproc)"
 
 failed=()
-for t in build/valgrind/tests/*_tests; do
+for t in build/valgrind/tests/*_tests build/valgrind/planes/tests/*_tests; do
   [ -x "$t" ] || continue
   echo "=== valgrind $(basename "$t") ==="
   if ! valgrind --tool=memcheck --error-exitcode=99 --leak-check=full \

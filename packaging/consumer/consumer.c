@@ -1,7 +1,8 @@
 /*
  * A user's program, built against an installed or embedded videohdr: it runs
- * a short synthetic alternating-exposure clip through the public calls and
- * prints one FNV-1a digest per fused frame. The packaging test builds it in
+ * a short synthetic alternating-exposure clip through the public calls of
+ * both headers (the contiguous call, then the camera-plane entry point on the
+ * same frames) and prints one FNV-1a digest per frame. The packaging test builds it in
  * several ways and requires the same digests from each as from the in-tree
  * build, so a stale header, a wrong library or a missing export shows up as a
  * build failure or a different line.
@@ -12,6 +13,7 @@
 #include <string.h>
 
 #include "videohdr.h"
+#include "videohdr_planes.h"
 
 enum {
   kWidth = 1040, /* just above the motion search's minimum width */
@@ -58,6 +60,21 @@ int main(void) {
     printf("frame %d %016llx\n", n, (unsigned long long)fnv1a(frame, kFrameBytes));
   }
   Video_HDR_Release(hdr);
+
+  /* The same frames as a camera's planes: U and V alias the interleaved chroma. */
+  VideoHdrPlanes *planes = NULL;
+  if (videohdr_planes_create(kWidth, kHeight, &planes) != VIDEOHDR_PLANES_OK) return 1;
+  for (int n = 0; n < kFrames; ++n) {
+    fill_frame(frame, n);
+    uint8_t *chroma = frame + kWidth * kScanline;
+    if (videohdr_planes_process(planes, frame, kWidth, chroma, chroma + 1, kWidth, 2, kWidth,
+                                kHeight, NULL) < 0) {
+      fprintf(stderr, "planes frame %d refused\n", n);
+      status = 1;
+    }
+    printf("planes %d %016llx\n", n, (unsigned long long)fnv1a(frame, kFrameBytes));
+  }
+  videohdr_planes_destroy(planes);
   free(frame);
   return status;
 }

@@ -39,18 +39,18 @@ void requireGeometry(const Geometry &g, const std::string &source) {
 
 int runProcess(const ProcessOptions &options) {
   const bool raw = options.layout != Layout::kY4m;
-  if (!raw && (options.stride || options.scanline)) {
-    throw ToolError("--stride and --scanline describe raw frames: give --size too");
-  }
   refuseOverwritingInput(options.input, options.output);
-  FrameReader reader(options.input, options.layout, raw ? rawGeometry(options) : Geometry());
+  // Y4M frames are padded in memory only: the stream keeps its own layout.
+  const Geometry geometry =
+      raw ? rawGeometry(options) : Geometry{0, 0, options.stride, options.scanline};
+  FrameReader reader(options.input, options.layout, geometry);
   requireGeometry(reader.info().geometry, reader.name());
 
   FrameWriter writer(options.output, reader.info());
   RunOptions run;
   run.statsPath = options.statsPath;
   run.progress = options.progress;
-  const RunSummary summary = processStream(reader, writer, run);
+  const RunSummary summary = processStream(reader, &writer, run);
   writer.finish();
   if (options.progress || !options.statsPath.empty()) {
     std::fprintf(stderr, "videohdr: %s\n", summaryLine(summary).c_str());

@@ -14,9 +14,12 @@ struct ProcessOptions {
   std::string input;
   std::string output;
   Layout layout = Layout::kY4m;
-  std::string size;      // WxH of raw frames
-  int32_t stride = 0;    // raw: bytes per luma row (0: the width)
-  int32_t scanline = 0;  // raw: rows from the frame start to the chroma plane (0: the height)
+  std::string size;  // WxH of raw frames
+  // Bytes per luma row and rows from the frame start to the chroma plane (0:
+  // the width and the height): of the raw stream's frames, or of the padded
+  // frames a Y4M stream is laid out in before processing.
+  int32_t stride = 0;
+  int32_t scanline = 0;
   std::string statsPath;
   bool progress = false;  // progress bar and closing summary on stderr
 };

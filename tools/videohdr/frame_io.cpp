@@ -71,18 +71,18 @@ Frame makeFrame(const Geometry &g) {
   return frame;
 }
 
-FrameReader::FrameReader(const std::string &path, Layout layout, const Geometry &rawGeometry)
+FrameReader::FrameReader(const std::string &path, Layout layout, const Geometry &geometry)
     : stream_(path, false) {
   info_.layout = layout;
   if (layout == Layout::kY4m) {
-    readY4mHeader();
+    readY4mHeader(geometry);
   } else {
-    info_.geometry = rawGeometry;
+    info_.geometry = geometry;
     estimateFrames(0);
   }
 }
 
-void FrameReader::readY4mHeader() {
+void FrameReader::readY4mHeader(const Geometry &padding) {
   std::string line;
   const LineEnd end = readLine(stream_.file(), &line);
   stream_.checkError("read");
@@ -97,7 +97,8 @@ void FrameReader::readY4mHeader() {
   }
   if (!problem.empty()) throw ToolError(name() + ": " + problem);
   info_.y4mHeader = header.line;
-  info_.geometry = {header.width, header.height, header.width, header.height};
+  info_.geometry = {header.width, header.height, padding.stride ? padding.stride : header.width,
+                    padding.scanline ? padding.scanline : header.height};
   estimateFrames(line.size() + 1);
 }
 
@@ -150,17 +151,19 @@ bool FrameReader::readY4mFrame(Frame *frame) {
   }
   frame->y4mParams = line.substr(magic.size());
 
-  // Luma straight into the frame; the two chroma planes are interleaved into
-  // the library's semi-planar plane (U first: NV12).
-  const size_t lumaBytes = static_cast<size_t>(g.width) * g.height;
-  const size_t chromaPlane = lumaBytes / 4;
-  planar_.resize(2 * chromaPlane);
-  size_t got = std::fread(frame->data(), 1, lumaBytes, stream_.file());
-  if (got == lumaBytes) got += std::fread(planar_.data(), 1, 2 * chromaPlane, stream_.file());
+  // The planes as the stream holds them, then into the frame's layout: luma
+  // rows at the frame's stride, the two chroma planes interleaved (U first:
+  // NV12).
+  planar_.resize(expected);
+  const size_t got = std::fread(planar_.data(), 1, expected, stream_.file());
   stream_.checkError("read");
   if (got < expected) truncated(got, expected);
+  const size_t lumaBytes = static_cast<size_t>(g.width) * g.height;
+  const size_t chromaPlane = lumaBytes / 4;
   const int halfWidth = g.width / 2;
-  libyuv::MergeUVPlane(planar_.data(), halfWidth, planar_.data() + chromaPlane, halfWidth,
+  libyuv::CopyPlane(planar_.data(), g.width, frame->data(), g.stride, g.width, g.height);
+  libyuv::MergeUVPlane(planar_.data() + lumaBytes, halfWidth,
+                       planar_.data() + lumaBytes + chromaPlane, halfWidth,
                        frame->data() + g.chromaOffset(), g.stride, halfWidth, g.height / 2);
   return true;
 }
@@ -188,11 +191,12 @@ void FrameWriter::write(const Frame &frame) {
   put(line.data(), line.size());
   const size_t lumaBytes = static_cast<size_t>(g.width) * g.height;
   const size_t chromaPlane = lumaBytes / 4;
-  planar_.resize(2 * chromaPlane);
+  planar_.resize(lumaBytes + 2 * chromaPlane);
   const int halfWidth = g.width / 2;
-  libyuv::SplitUVPlane(frame.data() + g.chromaOffset(), g.stride, planar_.data(), halfWidth,
-                       planar_.data() + chromaPlane, halfWidth, halfWidth, g.height / 2);
-  put(frame.data(), lumaBytes);
+  libyuv::CopyPlane(frame.data(), g.stride, planar_.data(), g.width, g.width, g.height);
+  libyuv::SplitUVPlane(frame.data() + g.chromaOffset(), g.stride, planar_.data() + lumaBytes,
+                       halfWidth, planar_.data() + lumaBytes + chromaPlane, halfWidth, halfWidth,
+                       g.height / 2);
   put(planar_.data(), planar_.size());
 }
 

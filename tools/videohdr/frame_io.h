@@ -29,7 +29,7 @@ struct Frame {
 
 struct StreamInfo {
   Layout layout = Layout::kY4m;
-  Geometry geometry;      // Y4M streams have stride = width and scanline = height
+  Geometry geometry;      // of the frames in memory (and of raw frames in the stream)
   std::string y4mHeader;  // the header line, without its newline
 };
 
@@ -55,9 +55,11 @@ class Stream {
 
 class FrameReader {
  public:
-  // Opens `path` ("-" for standard input). Y4M takes its geometry from the
-  // header; raw layouts take `rawGeometry`. Throws ToolError.
-  FrameReader(const std::string &path, Layout layout, const Geometry &rawGeometry);
+  // Opens `path` ("-" for standard input). Raw layouts take `geometry`; Y4M
+  // takes its width and height from the header and lays its frames out in
+  // memory with `geometry`'s stride and scanline where they are not 0 (padded
+  // rows, as a camera's buffers have them). Throws ToolError.
+  FrameReader(const std::string &path, Layout layout, const Geometry &geometry);
   const StreamInfo &info() const { return info_; }
   const std::string &name() const { return stream_.name(); }
   // Frames in the input when it is a regular file, else -1.
@@ -67,7 +69,7 @@ class FrameReader {
   bool read(Frame *frame);
 
  private:
-  void readY4mHeader();
+  void readY4mHeader(const Geometry &padding);
   bool readY4mFrame(Frame *frame);
   bool readRawFrame(Frame *frame);
   void estimateFrames(size_t headerBytes);
@@ -77,7 +79,7 @@ class FrameReader {
   StreamInfo info_;
   int64_t framesRead_ = 0;
   int64_t expectedFrames_ = -1;
-  std::vector<uint8_t> planar_;  // U and V planes of a Y4M frame
+  std::vector<uint8_t> planar_;  // a Y4M frame as the stream holds it
 };
 
 class FrameWriter {

@@ -9,7 +9,8 @@ namespace vhtool {
 GeometryCheck checkGeometry(const Geometry &g) {
   GeometryCheck check;
   const std::string size = std::to_string(g.width) + "x" + std::to_string(g.height);
-  const int64_t lumaBytes = static_cast<int64_t>(g.stride) * g.height;
+  // Frames reach the library packed (stride = width) whatever their padding.
+  const int64_t lumaBytes = static_cast<int64_t>(g.width) * g.height;
   if (g.width < 2 || g.height < 2) {
     check.error = "frame size " + size + " is too small";
   } else if (g.width % 2 || g.height % 2) {
@@ -20,12 +21,12 @@ GeometryCheck checkGeometry(const Geometry &g) {
   } else if (g.scanline < g.height) {
     check.error = "scanline " + std::to_string(g.scanline) + " is below the height " +
                   std::to_string(g.height);
-  } else if (g.scanline > 2 * g.height) {
-    // Camera buffers pad a few rows at most; this guards the tool's allocation.
-    check.error = "scanline " + std::to_string(g.scanline) + " is more than twice the height " +
-                  std::to_string(g.height);
+  } else if (g.stride > 2 * g.width || g.scanline > 2 * g.height) {
+    // Camera buffers pad a little at most; this guards the tool's allocation.
+    check.error = "stride " + std::to_string(g.stride) + " or scanline " +
+                  std::to_string(g.scanline) + " is more than twice the width or height";
   } else if (lumaBytes > VIDEOHDR_MAX_LUMA_BYTES) {
-    check.error = size + " is outside the library's design: a luma plane of stride*height = " +
+    check.error = size + " is outside the library's design: a luma plane of width*height = " +
                   std::to_string(lumaBytes) + " bytes exceeds " +
                   std::to_string(VIDEOHDR_MAX_LUMA_BYTES) + " (for example 2048x1280)";
   }
@@ -35,11 +36,6 @@ GeometryCheck checkGeometry(const Geometry &g) {
     check.warnings.push_back("width " + std::to_string(g.width) + " is below " +
                              std::to_string(VIDEOHDR_MIN_SEARCH_WIDTH) +
                              ": motion compensation is off, frames are fused unaligned");
-  }
-  if (g.stride != g.width) {
-    check.warnings.push_back("stride " + std::to_string(g.stride) + " differs from the width " +
-                             std::to_string(g.width) +
-                             ": the library aligns and fuses reliably only when they are equal");
   }
   return check;
 }

@@ -1,6 +1,6 @@
 // videohdr: runs the HDR video library over a clip on the desktop, the way a
-// camera app would (one Video_HDR_Process call per frame), and builds demo
-// clips from bracketed photographs.
+// camera app would (one videohdr_planes_process call per frame), and builds
+// demo clips from bracketed photographs.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -23,10 +23,13 @@ void addProcessOptions(CLI::App &app, vhtool::ProcessOptions &o, std::string &fo
   app.add_option("--size", o.size, "raw input: frame size WxH (without it the input is Y4M)");
   app.add_option("--format", format, "raw input: nv12 (default) or nv21")
       ->check(CLI::IsMember({"nv12", "nv21"}));
-  app.add_option("--stride", o.stride, "raw input: bytes per luma row (default: the width)")
+  app.add_option("--stride", o.stride,
+                 "bytes per luma row (default: the width): of raw frames; Y4M frames are padded "
+                 "to it in memory, as camera buffers are")
       ->check(CLI::PositiveNumber);
   app.add_option("--scanline", o.scanline,
-                 "raw input: rows from the frame start to the chroma plane (default: the height)")
+                 "rows from the frame start to the chroma plane (default: the height), as "
+                 "--stride")
       ->check(CLI::PositiveNumber);
   app.add_option("--stats", o.statsPath,
                  "CSV with one row per frame: frame, found_dx, found_dy, applied_dx, applied_dy, "
@@ -49,7 +52,7 @@ int main(int argc, char **argv) {
 
   CLI::App app{
       "videohdr: HDR video from alternating exposures, on the desktop.\n"
-      "  videohdr INPUT -o OUTPUT [OPTIONS]   every frame through Video_HDR_Process\n"
+      "  videohdr INPUT -o OUTPUT [OPTIONS]   every frame through videohdr_planes_process\n"
       "  videohdr demo [--out DIR]           the bundled demo\n"
       "  videohdr make-clip DARK.jpg BRIGHT.jpg -o CLIP.y4m   a shaken test clip"};
   vhtool::ProcessOptions process;

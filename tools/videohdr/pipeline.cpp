@@ -8,44 +8,41 @@
 
 #include "progress.h"
 #include "tool_error.h"
-#include "videohdr.h"
+#include "videohdr_planes.h"
 
 namespace vhtool {
 namespace {
 
-struct HandleRelease {
-  void operator()(VideoHdrHandle *handle) const { Video_HDR_Release(handle); }
+struct PlanesRelease {
+  void operator()(VideoHdrPlanes *planes) const { videohdr_planes_destroy(planes); }
 };
-using Handle = std::unique_ptr<VideoHdrHandle, HandleRelease>;
+using Planes = std::unique_ptr<VideoHdrPlanes, PlanesRelease>;
 
-// The fusion's own choice of the brighter exposure: luma sums at every 4th
-// byte of every 32nd row of the handle's copy of the current frame and of the
-// aligned previous frame, the current frame winning ties.
-bool currentIsBrighter(const uint8_t *current, const uint8_t *alignedPrevious, const Geometry &g) {
-  int64_t sumCurrent = 0;
-  int64_t sumPrevious = 0;
-  for (int32_t y = 0; y < g.height; y += 32) {
-    for (int32_t x = 0; x < g.stride; x += 4) {
-      sumCurrent += current[static_cast<size_t>(y) * g.stride + x];
-      sumPrevious += alignedPrevious[static_cast<size_t>(y) * g.stride + x];
-    }
+Planes createPlanes(const Geometry &g) {
+  VideoHdrPlanes *planes = nullptr;
+  const int32_t status = videohdr_planes_create(g.width, g.height, &planes);
+  if (status != VIDEOHDR_PLANES_OK) {
+    throw ToolError(std::string("cannot process ") + std::to_string(g.width) + "x" +
+                    std::to_string(g.height) + " frames: " + videohdr_planes_status_text(status));
   }
-  return sumCurrent >= sumPrevious;
+  return Planes(planes);
 }
 
-// Reads what the library left in the handle after a fused frame. `count` is
-// the frame counter before the call: its parity picked the history buffer
-// that took the current frame.
-void readHandle(const VideoHdrHandle &handle, int32_t count, const Geometry &g, FrameStats *stats) {
-  const AlignContext *align = handle.alignContext;
-  if (align) {
-    stats->foundDx = align->levelDx[0];
-    stats->foundDy = align->levelDy[0];
-    stats->appliedDx = align->lastDx;
-    stats->appliedDy = align->lastDy;
+// One frame of the stream's semi-planar layout, handed over as a camera's
+// three planes: the chroma pairs interleaved, V first for NV21.
+VideoHdrPlanesResult processFrame(VideoHdrPlanes *planes, Frame *frame, const StreamInfo &info) {
+  const Geometry &g = info.geometry;
+  uint8_t *y = frame->data();
+  uint8_t *chroma = y + g.chromaOffset();
+  const bool vFirst = info.layout == Layout::kNv21;
+  VideoHdrPlanesResult r;
+  videohdr_planes_process(planes, y, g.stride, vFirst ? chroma + 1 : chroma,
+                          vFirst ? chroma : chroma + 1, g.stride, 2, g.width, g.height, &r);
+  if (r.status < 0 || r.status == VIDEOHDR_PLANES_REFUSED) {
+    throw ToolError(std::string("the library did not take the frame: ") +
+                    videohdr_planes_status_text(r.status));
   }
-  const uint8_t *current = (count & 1) ? handle.frameBuf1 : handle.frameBuf0;
-  stats->currentBrighter = currentIsBrighter(current, handle.alignedBuf, g);
+  return r;
 }
 
 class StatsFile {
@@ -76,10 +73,9 @@ class StatsFile {
 
 }  // namespace
 
-RunSummary processStream(FrameReader &reader, FrameWriter &writer, const RunOptions &options) {
+RunSummary processStream(FrameReader &reader, FrameWriter *writer, const RunOptions &options) {
   const Geometry &g = reader.info().geometry;
-  Handle handle(Video_HDR_Initial());
-  if (!handle) throw ToolError("out of memory: cannot create a videohdr handle");
+  Planes planes = createPlanes(g);
   StatsFile stats(options.statsPath);
   Progress progress(options.progress, reader.expectedFrames());
   RunSummary summary;
@@ -87,15 +83,17 @@ RunSummary processStream(FrameReader &reader, FrameWriter &writer, const RunOpti
   while (reader.read(&frame)) {
     FrameStats s;
     s.index = summary.frames;
-    const int32_t count = handle->frameCount;
     const auto start = std::chrono::steady_clock::now();
-    Video_HDR_Process(handle.get(), frame.data(), static_cast<int32_t>(s.index), 1, g.width,
-                      g.height, g.stride, g.scanline);
+    const VideoHdrPlanesResult r = processFrame(planes.get(), &frame, reader.info());
     s.ms =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    s.fused = count != 0;
-    if (s.fused) readHandle(*handle, count, g, &s);
-    writer.write(frame);
+    s.fused = r.status == VIDEOHDR_PLANES_PROCESSED;
+    s.foundDx = r.foundDx;
+    s.foundDy = r.foundDy;
+    s.appliedDx = r.appliedDx;
+    s.appliedDy = r.appliedDy;
+    s.currentBrighter = r.currentBrighter != 0;
+    if (writer) writer->write(frame);
     stats.row(s);
     if (options.onFrame) options.onFrame(s, frame);
     ++summary.frames;

@@ -18,7 +18,7 @@ struct FrameStats {
   int32_t foundDx = 0, foundDy = 0;      // what the search found
   int32_t appliedDx = 0, appliedDy = 0;  // what was applied after the jump filter
   bool currentBrighter = true;
-  double ms = 0;  // time inside Video_HDR_Process
+  double ms = 0;  // time inside videohdr_planes_process
 };
 
 struct RunSummary {
@@ -34,9 +34,10 @@ struct RunOptions {
   std::function<void(const FrameStats &, const Frame &frame)> onFrame;
 };
 
-// Processes every frame of `reader` in order and writes each to `writer`.
-// Throws ToolError; the frames processed before the error are written.
-RunSummary processStream(FrameReader &reader, FrameWriter &writer, const RunOptions &options);
+// Processes every frame of `reader` in order through the camera-plane entry
+// point and writes each to `writer` (when not null). Throws ToolError; the
+// frames processed before the error are written.
+RunSummary processStream(FrameReader &reader, FrameWriter *writer, const RunOptions &options);
 
 // "64 frames, 95.1 frames/s in the library, mean 10.51 ms, worst 14.20 ms per frame"
 std::string summaryLine(const RunSummary &summary);

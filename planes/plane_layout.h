@@ -1,0 +1,57 @@
+// How a caller's three planes lie in memory: the checks that keep a frame
+// well defined, the bytes each plane spans, and whether the planes already
+// are one frame of the library's own layout.
+#ifndef VIDEOHDR_PLANES_PLANE_LAYOUT_H
+#define VIDEOHDR_PLANES_PLANE_LAYOUT_H
+
+#include <cstdint>
+
+namespace vhplanes {
+
+struct PlaneSet {
+  uint8_t *y;
+  uint8_t *u;
+  uint8_t *v;
+  int32_t yRowStride;
+  int32_t uvRowStride;
+  int32_t uvPixelStride;
+  int32_t width;
+  int32_t height;
+};
+
+// The chroma planes in the order their samples take in a packed pair.
+struct ChromaOrder {
+  uint8_t *first;
+  uint8_t *second;
+};
+
+// VIDEOHDR_PLANES_OK or ERR_BAD_SIZE.
+int32_t checkFrameSize(int32_t width, int32_t height);
+
+// VIDEOHDR_PLANES_OK, ERR_PIXEL_STRIDE or ERR_ROW_STRIDE, for a valid size.
+int32_t checkStrides(int32_t width, int32_t yRowStride, int32_t uvRowStride, int32_t uvPixelStride);
+
+// Bytes from a plane's first byte to the end of its last sample, for strides
+// that passed checkStrides.
+int64_t lumaPlaneBytes(int32_t width, int32_t height, int32_t yRowStride);
+int64_t chromaPlaneBytes(int32_t width, int32_t height, int32_t uvRowStride, int32_t uvPixelStride);
+
+// True when two planes share a byte, u and v that interleave excepted.
+bool planesOverlap(const PlaneSet &p);
+
+// u and v one byte apart at pixel stride 2: one interleaved buffer, V first
+// (NV21) when v comes first, else U first (NV12).
+bool chromaInterleaved(const PlaneSet &p);
+
+// Interleaved planes keep their own order; all others pack U first (NV12).
+ChromaOrder packedOrder(const PlaneSet &p);
+
+// When the planes already are one NV12 or NV21 buffer that Video_HDR_Process
+// can take (both row strides equal to the width, interleaved chroma a whole
+// number of luma rows after y, at most VIDEOHDR_PLANES_MAX_GAP_ROWS rows past
+// the luma): the number of rows from y to the chroma. Otherwise 0.
+int32_t chromaRowsAfterLuma(const PlaneSet &p);
+
+}  // namespace vhplanes
+
+#endif  // VIDEOHDR_PLANES_PLANE_LAYOUT_H
