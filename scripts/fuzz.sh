@@ -35,7 +35,7 @@ fi
 cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
   -DVIDEOHDR_SANITIZE=ON -DVIDEOHDR_FUZZ=ON -DVIDEOHDR_BUILD_TESTS=OFF \
-  -DVIDEOHDR_BUILD_TOOLS=OFF -DVIDEOHDR_BUILD_JAVA=OFF >/dev/null
+  -DVIDEOHDR_BUILD_TOOLS=OFF -DVIDEOHDR_BUILD_JAVA=OFF -DVIDEOHDR_BUILD_GST=OFF >/dev/null
 cmake --build build/fuzz -j "$(nproc)"
 
 export ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1

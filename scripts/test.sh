@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what the tests need (Debian), then builds and runs every test suite
-# in each configuration: x86-64 host (with the Java binding's JUnit tests),
-# ARMv7-A NEON and AArch64 under qemu (the JNI library built, not run), and
-# a host build with AddressSanitizer + UndefinedBehaviorSanitizer; then every
+# in each configuration: x86-64 host (with the Java binding's JUnit tests and
+# the GStreamer element's), ARMv7-A NEON and AArch64 under qemu (the JNI
+# library built, not run; no GStreamer for those targets), and a host build
+# with AddressSanitizer + UndefinedBehaviorSanitizer; then every
 # libFuzzer target for an even share of 200 s (scripts/fuzz.sh) and every host
 # test binary under valgrind memcheck (scripts/valgrind.sh).
 # Usage: scripts/test.sh [host|armv7|aarch64|asan|fuzz|valgrind ...]   (default: all)
@@ -12,7 +13,9 @@ cd "$(dirname "$0")/.."
 packages=(cmake ninja-build g++ googletest libgtest-dev libbenchmark-dev libsimde-dev
           g++-arm-linux-gnueabihf g++-aarch64-linux-gnu qemu-user pkg-config
           binutils-arm-linux-gnueabihf binutils-aarch64-linux-gnu
-          libjpeg-dev libpng-dev libyuv-dev libcli11-dev openjdk-17-jdk-headless junit4)
+          libjpeg-dev libpng-dev libyuv-dev libcli11-dev openjdk-17-jdk-headless junit4
+          libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev gstreamer1.0-tools
+          gstreamer1.0-plugins-base)
 source scripts/ensure_packages.sh
 ensure_packages "${packages[@]}"
 
@@ -31,7 +34,7 @@ run_config() {
 
 for c in "${configs[@]}"; do
   case "$c" in
-    host) run_config host -DCMAKE_BUILD_TYPE=Release -DVIDEOHDR_BUILD_JAVA=ON ;;
+    host) run_config host -DCMAKE_BUILD_TYPE=Release -DVIDEOHDR_BUILD_JAVA=ON -DVIDEOHDR_BUILD_GST=ON ;;
     armv7) run_config armv7 -DCMAKE_BUILD_TYPE=Release -DVIDEOHDR_BUILD_JAVA=ON \
              -DCMAKE_TOOLCHAIN_FILE=cmake/armv7-linux-gnueabihf.cmake -DVIDEOHDR_BUILD_TOOLS=OFF ;;
     aarch64) run_config aarch64 -DCMAKE_BUILD_TYPE=Release -DVIDEOHDR_BUILD_JAVA=ON \

@@ -10,7 +10,7 @@ source scripts/ensure_packages.sh
 ensure_packages "${packages[@]}"
 
 cmake -S . -B build/valgrind -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DVIDEOHDR_BUILD_TOOLS=OFF -DVIDEOHDR_BUILD_JAVA=OFF >/dev/null
+  -DVIDEOHDR_BUILD_TOOLS=OFF -DVIDEOHDR_BUILD_JAVA=OFF -DVIDEOHDR_BUILD_GST=OFF >/dev/null
 cmake --build build/valgrind -j "$(nproc)"
 
 failed=()
