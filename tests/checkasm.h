@@ -1,7 +1,8 @@
-// Differential test harness: runs the portable and the NEON variant of a
-// kernel on the same random inputs and compares every byte they leave in
-// their destinations, which are surrounded by guard bytes that must survive.
-// In the spirit of dav1d's checkasm and libyuv's C-versus-SIMD unit tests.
+// Differential test harness: runs a kernel of both kernel table instances
+// (portable and NEON) on the same random inputs and compares every byte they
+// leave in their destinations, which are surrounded by guard bytes that must
+// survive. In the spirit of dav1d's checkasm and libyuv's C-versus-SIMD unit
+// tests.
 #ifndef VIDEOHDR_TESTS_CHECKASM_H
 #define VIDEOHDR_TESTS_CHECKASM_H
 
@@ -15,9 +16,20 @@
 #include <string>
 #include <vector>
 
+#include "kernels.h"
+
 namespace checkasm {
 
-enum class Variant { Portable, Neon };
+// Both instances, the reference first.
+inline const videohdr::Kernels *const kInstances[2] = {&videohdr::kPortableKernels,
+                                                       &videohdr::kNeonKernels};
+
+// A table of `members` function pointers: the suites assert it of each
+// family, so that a kernel added to a table cannot go without a case.
+template <typename Table>
+constexpr bool hasMembers(size_t members) {
+  return sizeof(Table) == members * sizeof(void (*)());
+}
 
 constexpr size_t kGuardBytes = 64;
 constexpr uint8_t kGuardValue = 0xA5;
@@ -57,13 +69,14 @@ inline long firstDifference(const uint8_t *a, const uint8_t *b, size_t n) {
   return -1;
 }
 
-// Runs `run(variant, outputs)` once per variant. Each run gets its own set of
+// Runs `run(kernels, outputs)` once per instance. Each run gets its own set of
 // guarded destinations of the given sizes, both sets starting from the same
 // random contents (so bytes a kernel must leave alone compare equal too).
 // Expects identical destination bytes and intact guards; `what` names the case.
-inline void expectVariantsMatch(const std::vector<size_t> &outputSizes, std::mt19937 &rng,
-                                const std::function<void(Variant, std::vector<uint8_t *> &)> &run,
-                                const std::string &what) {
+inline void expectVariantsMatch(
+    const std::vector<size_t> &outputSizes, std::mt19937 &rng,
+    const std::function<void(const videohdr::Kernels &, std::vector<uint8_t *> &)> &run,
+    const std::string &what) {
   std::vector<Guarded> outs[2];
   std::vector<uint8_t *> ptrs[2];
   for (size_t size : outputSizes) {
@@ -74,7 +87,7 @@ inline void expectVariantsMatch(const std::vector<size_t> &outputSizes, std::mt1
   }
   for (int v = 0; v < 2; ++v) {
     for (auto &g : outs[v]) ptrs[v].push_back(g.data());
-    run(v == 0 ? Variant::Portable : Variant::Neon, ptrs[v]);
+    run(*kInstances[v], ptrs[v]);
   }
   for (size_t k = 0; k < outputSizes.size(); ++k) {
     long diff = firstDifference(outs[0][k].data(), outs[1][k].data(), outputSizes[k]);

@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../byte_copy.h"
 #include "../hdr_log.h"
+#include "../kernels.h"
 #include "../videohdr.h"
 #include "align_internal.h"
 #include "bitmap_ops.h"
-#include "search_ops.h"
+#include "score_ops.h"
 
 namespace {
 
@@ -80,8 +80,9 @@ int32_t takeImagesAndThreshold(AlignContext *ctx, const uint8_t *prevFrame,
   videohdr::carveWorkspace(ctx);
   const size_t P =
       static_cast<size_t>(static_cast<uint32_t>(ctx->width) * static_cast<uint32_t>(ctx->height));
-  const uint32_t sumPrev = videohdr::copyLumaAndSum(ctx->prevImage[0], prevFrame, P);
-  const uint32_t sumCur = videohdr::copyLumaAndSum(ctx->curImage[0], curFrame, P);
+  const auto copyAndSum = videohdr::kKernels.copy.copyAndSum;
+  const uint32_t sumPrev = copyAndSum(ctx->prevImage[0], prevFrame, P);
+  const uint32_t sumCur = copyAndSum(ctx->curImage[0], curFrame, P);
   return videohdr::threshBitmapFromSums(ctx, ctx->maxThreshold, ctx->minThreshold,
                                         static_cast<int32_t>(sumPrev),
                                         static_cast<int32_t>(sumCur));
@@ -205,8 +206,9 @@ void InitPara(AlignContext *context, const uint8_t *prevFrame, const uint8_t *cu
   videohdr::carveWorkspace(context);
   const size_t P = static_cast<size_t>(static_cast<uint32_t>(context->width) *
                                        static_cast<uint32_t>(context->height));
-  videohdr::copyBytes(context->prevImage[0], prevFrame, P);
-  videohdr::copyBytes(context->curImage[0], curFrame, P);
+  const auto copyBytes = videohdr::kKernels.copy.copyBytes;
+  copyBytes(context->prevImage[0], prevFrame, P);
+  copyBytes(context->curImage[0], curFrame, P);
 }
 
 int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,

@@ -12,7 +12,7 @@
 
 namespace {
 
-using checkasm::Variant;
+using videohdr::Kernels;
 
 size_t rowWords(int32_t width) { return static_cast<size_t>(videohdr::bitmapWords(width)); }
 
@@ -34,10 +34,8 @@ TEST(DiffBitmap, SumLuma) {
         if (saturated) std::fill(image.begin(), image.end(), uint8_t{255});
         checkasm::expectVariantsMatch(
             {sizeof(uint32_t)}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              const uint32_t sum = v == Variant::Portable
-                                       ? videohdr::sumLumaPortable(image.data(), w, h)
-                                       : videohdr::sumLumaNeon(image.data(), w, h);
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
+              const uint32_t sum = k.bitmap.sumLuma(image.data(), w, h);
               std::memcpy(out[0], &sum, sizeof sum);
             },
             "sumLuma " + std::to_string(w) + "x" + std::to_string(h));
@@ -57,12 +55,9 @@ TEST(DiffBitmap, PackThresholdBits) {
            {uint8_t{0}, uint8_t{85}, static_cast<uint8_t>(rng()), uint8_t{255}}) {
         checkasm::expectVariantsMatch(
             {rowWords(w) * h * sizeof(uint32_t)}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
               auto *bitmap = reinterpret_cast<uint32_t *>(out[0]);
-              if (v == Variant::Portable)
-                videohdr::packThresholdBitsPortable(image.data(), w, h, threshold, bitmap);
-              else
-                videohdr::packThresholdBitsNeon(image.data(), w, h, threshold, bitmap);
+              k.bitmap.packThresholdBits(image.data(), w, h, threshold, bitmap);
             },
             "packThresholdBits " + std::to_string(w) + "x" + std::to_string(h) + " at " +
                 std::to_string(threshold));
@@ -77,12 +72,8 @@ TEST(DiffBitmap, DecimateRow) {
     const std::vector<uint32_t> src = randomWords(2 * static_cast<size_t>(words), rng);
     checkasm::expectVariantsMatch(
         {static_cast<size_t>(words) * sizeof(uint32_t)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto *dst = reinterpret_cast<uint32_t *>(out[0]);
-          if (v == Variant::Portable)
-            videohdr::decimateRowPortable(src.data(), dst, words);
-          else
-            videohdr::decimateRowNeon(src.data(), dst, words);
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.bitmap.decimateRow(src.data(), reinterpret_cast<uint32_t *>(out[0]), words);
         },
         "decimateRow " + std::to_string(words));
   }
@@ -99,15 +90,9 @@ void checkRowMoves(bool left, uint32_t seed) {
     for (int32_t shift = 1; shift < 32; ++shift) {
       checkasm::expectVariantsMatch(
           {rowWords(w) * sizeof(uint32_t)}, rng,
-          [&](Variant v, std::vector<uint8_t *> &out) {
+          [&](const Kernels &k, std::vector<uint8_t *> &out) {
             auto *dst = reinterpret_cast<uint32_t *>(out[0]);
-            const bool portable = v == Variant::Portable;
-            if (left)
-              (portable ? videohdr::shiftRowLeftPortable : videohdr::shiftRowLeftNeon)(
-                  src.data(), dst, w, shift);
-            else
-              (portable ? videohdr::shiftRowRightPortable : videohdr::shiftRowRightNeon)(
-                  src.data(), dst, w, shift);
+            (left ? k.bitmap.shiftRowLeft : k.bitmap.shiftRowRight)(src.data(), dst, w, shift);
           },
           std::string(left ? "shiftRowLeft " : "shiftRowRight ") + std::to_string(w) + " by " +
               std::to_string(shift));
@@ -132,11 +117,8 @@ TEST(DiffBitmap, CopyLumaAndSum) {
       if (saturated) std::fill(src.begin(), src.end(), uint8_t{255});
       checkasm::expectVariantsMatch(
           {static_cast<size_t>(n), sizeof(uint32_t)}, rng,
-          [&](Variant v, std::vector<uint8_t *> &out) {
-            const uint32_t sum =
-                v == Variant::Portable
-                    ? videohdr::copyLumaAndSumPortable(out[0], src.data(), static_cast<size_t>(n))
-                    : videohdr::copyLumaAndSumNeon(out[0], src.data(), static_cast<size_t>(n));
+          [&](const Kernels &k, std::vector<uint8_t *> &out) {
+            const uint32_t sum = k.copy.copyAndSum(out[0], src.data(), static_cast<size_t>(n));
             std::memcpy(out[1], &sum, sizeof sum);
           },
           "copyLumaAndSum " + std::to_string(n));
@@ -147,7 +129,7 @@ TEST(DiffBitmap, CopyLumaAndSum) {
     const int h = 5;
     const auto image = checkasm::randomBytes(static_cast<size_t>(w) * h, rng);
     std::vector<uint8_t> copy(image.size());
-    const uint32_t sum = videohdr::copyLumaAndSumPortable(copy.data(), image.data(), copy.size());
+    const uint32_t sum = videohdr::copyAndSumPortable(copy.data(), image.data(), copy.size());
     EXPECT_EQ(sum, videohdr::sumLumaPortable(copy.data(), w, h)) << w;
   }
   for (int w : {7, 12, 2064}) EXPECT_FALSE(videohdr::lumaSumIsPlain(w)) << w;

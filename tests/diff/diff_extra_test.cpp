@@ -9,12 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "alignment_op/extra_ops.h"
 #include "checkasm.h"
 
 namespace {
 
-using checkasm::Variant;
+using videohdr::Kernels;
 
 // Random words, some all zeros and some all ones; `dense` makes most of them
 // all ones so that the 8-bit lanes of wide rows run past 255.
@@ -40,14 +39,9 @@ void expectXorCountsMatch(int32_t width, int32_t rows, int32_t words, int32_t sh
       dense ? std::vector<uint32_t>(n, 0u) : randomWords(n, rng, false);
   checkasm::expectVariantsMatch(
       {4 * sizeof(uint32_t)}, rng,
-      [&](Variant v, std::vector<uint8_t *> &out) {
+      [&](const Kernels &k, std::vector<uint8_t *> &out) {
         uint32_t totals[4];
-        if (v == Variant::Portable)
-          videohdr::countXorBlocksPortable(displaced.data(), other.data(), pitch, rows, words,
-                                           shift, totals);
-        else
-          videohdr::countXorBlocksNeon(displaced.data(), other.data(), pitch, rows, words, shift,
-                                       totals);
+        k.score.countXorBlocks(displaced.data(), other.data(), pitch, rows, words, shift, totals);
         std::memcpy(out[0], totals, sizeof totals);
       },
       "xor count width " + std::to_string(width) + " words " + std::to_string(words) + " shift " +
@@ -79,10 +73,8 @@ void expectBlockSumsMatch(const std::vector<uint8_t> &plane, int32_t width, int3
                           std::mt19937 &rng) {
   checkasm::expectVariantsMatch(
       {sizeof(double)}, rng,
-      [&](Variant v, std::vector<uint8_t *> &out) {
-        const double sum = v == Variant::Portable
-                               ? videohdr::sobelBlockSumPortable(plane.data(), width, height)
-                               : videohdr::sobelBlockSumNeon(plane.data(), width, height);
+      [&](const Kernels &k, std::vector<uint8_t *> &out) {
+        const double sum = k.score.sobelBlockSum(plane.data(), width, height);
         std::memcpy(out[0], &sum, sizeof sum);
       },
       "sobel " + std::to_string(width) + "x" + std::to_string(height));

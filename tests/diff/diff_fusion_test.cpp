@@ -12,7 +12,7 @@
 
 namespace {
 
-using checkasm::Variant;
+using videohdr::Kernels;
 
 std::string sizeName(const char *what, int count) {
   return std::string(what) + " " + std::to_string(count);
@@ -26,10 +26,8 @@ TEST(FusionKernelDiff, WeightLookup) {
     const auto table = checkasm::randomBytes(256, rng);
     checkasm::expectVariantsMatch(
         {size_t(count)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto lookup = v == Variant::Portable ? videohdr::lookupWeightsPortable
-                                               : videohdr::lookupWeightsNeon;
-          lookup(a.data(), b.data(), table.data(), out[0], count);
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.fusion.lookupWeights(a.data(), b.data(), table.data(), out[0], count);
         },
         sizeName("lookup", count));
   }
@@ -43,10 +41,8 @@ TEST(FusionKernelDiff, LumaBlend) {
     const auto weights = checkasm::randomBytes(count, rng, true);
     checkasm::expectVariantsMatch(
         {size_t(count)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto blend =
-              v == Variant::Portable ? videohdr::blendLumaPortable : videohdr::blendLumaNeon;
-          blend(bright.data(), dark.data(), weights.data(), out[0], count);
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.fusion.blendLuma(bright.data(), dark.data(), weights.data(), out[0], count);
         },
         sizeName("luma blend", count));
   }
@@ -64,10 +60,8 @@ TEST(FusionKernelDiff, ChromaRowBlend) {
     const auto weights = checkasm::randomBytes(weightCount, rng, true);
     checkasm::expectVariantsMatch(
         {size_t(count)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto blend = v == Variant::Portable ? videohdr::blendChromaRowPortable
-                                              : videohdr::blendChromaRowNeon;
-          blend(bright.data(), dark.data(), weights.data(), out[0], count);
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.fusion.blendChromaRow(bright.data(), dark.data(), weights.data(), out[0], count);
         },
         sizeName("chroma row", count));
   }
@@ -96,7 +90,7 @@ void expectKernelVariantsMatch(const KernelCase &c, std::mt19937 &rng) {
   const auto table = checkasm::randomBytes(256, rng);
   checkasm::expectVariantsMatch(
       {c.planeBytes(), c.halfBlockBytes(), c.frameBytes()}, rng,
-      [&](Variant v, std::vector<uint8_t *> &out) {
+      [&](const Kernels &k, std::vector<uint8_t *> &out) {
         FusionContext ctx = {};
         ctx.height = c.height;
         ctx.stride = c.stride;
@@ -107,9 +101,7 @@ void expectKernelVariantsMatch(const KernelCase &c, std::mt19937 &rng) {
         ctx.halfWeightPlanes[1] = out[1] + (c.planeBytes() >> 2);
         uint8_t *frame = out[2];
         const std::vector<uint8_t> padding(frame + c.lumaBytes(), frame + c.planeBytes());
-        auto fuse = v == Variant::Portable ? videohdr::exposureFusionPortable
-                                           : videohdr::exposureFusionNeon;
-        fuse(ctx, current.data(), previous.data(), frame);
+        videohdr::exposureFusion(ctx, current.data(), previous.data(), frame, k);
         EXPECT_TRUE(std::equal(padding.begin(), padding.end(), frame + c.lumaBytes()))
             << c.name() << ": padding rows written";
       },

@@ -15,8 +15,8 @@
 
 namespace {
 
-using checkasm::Variant;
 using videohdr::Filter7;
+using videohdr::Kernels;
 
 std::string describe(const char *kernel, int32_t width, int32_t height, int32_t third) {
   std::ostringstream s;
@@ -47,18 +47,14 @@ void checkFilter(int32_t width, int32_t height, int32_t border, Filter7 kernel, 
   const char *name = kernel == Filter7::Tent ? "tent" : "smooth";
   checkasm::expectVariantsMatch(
       {plane}, rng,
-      [&](Variant v, std::vector<uint8_t *> &out) {
-        auto pass =
-            v == Variant::Portable ? videohdr::filterRows7Portable : videohdr::filterRows7Neon;
-        pass(rows.plane(), out[0], width, height, border, kernel);
+      [&](const Kernels &k, std::vector<uint8_t *> &out) {
+        k.plane.filterRows7(rows.plane(), out[0], width, height, border, kernel);
       },
       describe((std::string("rows ") + name).c_str(), width, height, border));
   checkasm::expectVariantsMatch(
       {plane}, rng,
-      [&](Variant v, std::vector<uint8_t *> &out) {
-        auto pass = v == Variant::Portable ? videohdr::filterColumns7Portable
-                                           : videohdr::filterColumns7Neon;
-        pass(columns.plane(), out[0], width, height, border, kernel);
+      [&](const Kernels &k, std::vector<uint8_t *> &out) {
+        k.plane.filterColumns7(columns.plane(), out[0], width, height, border, kernel);
       },
       describe((std::string("columns ") + name).c_str(), width, height, border));
 }
@@ -92,10 +88,8 @@ TEST(DiffPlaneOps, Halving) {
         const size_t dstBytes = static_cast<size_t>(width >> 1) * (height >> 1);
         checkasm::expectVariantsMatch(
             {dstBytes}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              auto halve = v == Variant::Portable ? videohdr::downScale2xPortable
-                                                  : videohdr::downScale2xNeon;
-              halve(src.plane(), out[0], width, height, stride);
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
+              k.plane.downScale2x(src.plane(), out[0], width, height, stride);
             },
             describe("halving", width, height, stride));
       }
@@ -115,10 +109,8 @@ TEST(DiffPlaneOps, ReplicatingDoubling) {
         const size_t dstBytes = static_cast<size_t>(4) * stride * height;
         checkasm::expectVariantsMatch(
             {dstBytes}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              auto doubling = v == Variant::Portable ? videohdr::upscale2xReplicatePortable
-                                                     : videohdr::upscale2xReplicateNeon;
-              doubling(src.plane(), out[0], width, height, stride);
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
+              k.plane.upscale2xReplicate(src.plane(), out[0], width, height, stride);
             },
             describe("doubling", width, height, stride));
       }
@@ -136,10 +128,8 @@ TEST(DiffPlaneOps, ChromaSplitAndJoin) {
         const size_t half = static_cast<size_t>(stride >> 1) * height;
         checkasm::expectVariantsMatch(
             {half, half}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              auto split =
-                  v == Variant::Portable ? videohdr::extractUvPortable : videohdr::extractUvNeon;
-              split(uv.plane(), out[0], out[1], width, height, stride);
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
+              k.plane.extractUv(uv.plane(), out[0], out[1], width, height, stride);
             },
             describe("extract", width, height, stride));
       }
@@ -147,10 +137,8 @@ TEST(DiffPlaneOps, ChromaSplitAndJoin) {
       const Source u(pairs, 0, 0, rng), v(pairs, 0, 0, rng);
       checkasm::expectVariantsMatch(
           {2 * pairs}, rng,
-          [&](Variant variant, std::vector<uint8_t *> &out) {
-            auto join = variant == Variant::Portable ? videohdr::combineUvPortable
-                                                     : videohdr::combineUvNeon;
-            join(u.plane(), v.plane(), out[0], width, height);
+          [&](const Kernels &k, std::vector<uint8_t *> &out) {
+            k.plane.combineUv(u.plane(), v.plane(), out[0], width, height);
           },
           describe("combine", width, height, width));
     }
@@ -167,10 +155,8 @@ TEST(PlaneOpsDiff, ByteCopy) {
     const auto src = checkasm::randomBytes(static_cast<size_t>(n), rng);
     checkasm::expectVariantsMatch(
         {static_cast<size_t>(n)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto copy =
-              v == Variant::Portable ? videohdr::copyBytesPortable : videohdr::copyBytesNeon;
-          copy(out[0], src.data(), static_cast<size_t>(n));
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.copy.copyBytes(out[0], src.data(), static_cast<size_t>(n));
         },
         "copy " + std::to_string(n));
   }

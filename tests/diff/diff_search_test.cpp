@@ -8,24 +8,21 @@
 #include <string>
 #include <vector>
 
-#include "alignment_op/search_ops.h"
 #include "bitmap_pair.h"
 #include "checkasm.h"
 #include "test_image.h"
 
 namespace {
 
-using checkasm::Variant;
+using videohdr::Kernels;
 
 // Both variants count every candidate dx in -31..31 for a few dy; each count
 // is the compared output.
 void expectCountsMatch(BitmapPair &b, std::mt19937 &rng, const std::string &what) {
   for (int32_t dy : {0, 1, -2, 3}) {
     for (int32_t dx = -31; dx <= 31; ++dx) {
-      auto run = [&](Variant v, std::vector<uint8_t *> &out) {
-        const int32_t n = v == Variant::Portable
-                              ? videohdr::xorTwoPyramidPortable(b.context(), 0, dy, dx)
-                              : videohdr::xorTwoPyramidNeon(b.context(), 0, dy, dx);
+      auto run = [&](const Kernels &k, std::vector<uint8_t *> &out) {
+        const int32_t n = k.score.countCandidate(b.context(), 0, dy, dx);
         std::memcpy(out[0], &n, sizeof n);
       };
       checkasm::expectVariantsMatch(
@@ -101,11 +98,9 @@ TEST(DiffSearch, NineCandidatesTogether) {
         const std::string what =
             "w " + std::to_string(w) + " h " + std::to_string(h) + " step " + std::to_string(step);
         bool fused = false;
-        auto run = [&](Variant v, std::vector<uint8_t *> &out) {
+        auto run = [&](const Kernels &k, std::vector<uint8_t *> &out) {
           int32_t scores[9] = {};
-          const bool ok = v == Variant::Portable
-                              ? videohdr::scoreNineCandidatesPortable(b.context(), 0, scores)
-                              : videohdr::scoreNineCandidatesNeon(b.context(), 0, scores);
+          const bool ok = k.score.scoreNineCandidates(b.context(), 0, scores);
           out[0][0] = ok;
           std::memcpy(out[1], scores, sizeof scores);
           fused = ok;
