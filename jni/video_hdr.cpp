@@ -11,6 +11,14 @@
 #include "kernels.h"
 #include "videohdr.h"
 
+// On 32-bit targets the record keeps the word layout that camera
+// integrations were built against.
+static_assert(sizeof(void *) != 4 || sizeof(VideoHdrHandle) == 68, "17 words");
+static_assert(sizeof(void *) != 4 || offsetof(VideoHdrHandle, frameCount) == 12, "word 3");
+static_assert(sizeof(void *) != 4 || offsetof(VideoHdrHandle, scanline) == 28, "word 7");
+static_assert(sizeof(void *) != 4 || offsetof(VideoHdrHandle, frameBuf0) == 40, "word 10");
+static_assert(sizeof(void *) != 4 || offsetof(VideoHdrHandle, fusionAux) == 64, "word 16");
+
 namespace {
 
 // The counter runs 1, 2, ... 1000000 and then restarts at 1, never at 0, so

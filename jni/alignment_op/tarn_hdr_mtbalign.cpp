@@ -1,5 +1,6 @@
 // Alignment parameters, the alignment context and its single workspace, the
 // alignment driver, and the release of the alignment state.
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,18 @@
 #include "align_internal.h"
 #include "bitmap_ops.h"
 #include "score_ops.h"
+
+// On 32-bit targets the records keep the word layout that camera
+// integrations were built against.
+static_assert(sizeof(void *) != 4 || sizeof(AlignContext) == 212, "53 words");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, prevImage) == 36, "word 9");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, scratchPlane0) == 84, "word 21");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, histTable0) == 140, "word 35");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, histTable3) == 168, "word 42");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, lastCount) == 172, "word 43");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, countHistory) == 196, "word 49");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, ready) == 208, "word 52");
+static_assert(sizeof(AlignConfig) == 24 && offsetof(AlignConfig, stride) == 4, "6 words");
 
 namespace {
 
