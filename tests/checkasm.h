@@ -13,6 +13,7 @@
 #include <cstring>
 #include <functional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -88,6 +89,14 @@ void expectSameResult(const std::function<Result(const videohdr::Kernels &)> &ru
   EXPECT_EQ(run(videohdr::kPortableKernels), run(videohdr::kNeonKernels)) << what;
 }
 #endif
+
+// A case's name from its parts, separated by spaces.
+template <typename... Parts>
+std::string name(const Parts &...parts) {
+  std::ostringstream s;
+  ((s << parts << ' '), ...);
+  return s.str();
+}
 
 // Random bytes, optionally biased towards a few values so that comparisons,
 // clamps and equal-value ties are exercised as well as the general case.

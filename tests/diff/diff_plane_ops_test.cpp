@@ -17,11 +17,6 @@ using videohdr::Kernels;
 
 static_assert(checkasm::hasMembers<videohdr::PlaneKernels>(6), "a plane kernel without a case");
 
-std::string describe(const char *kernel, int32_t width, int32_t height, int32_t third) {
-  return std::string(kernel) + " width " + std::to_string(width) + " height " +
-         std::to_string(height) + " border/stride " + std::to_string(third);
-}
-
 // A random source plane with `before` readable bytes in front of it and
 // `after` behind it; plane() points at its first row.
 struct Source {
@@ -49,7 +44,7 @@ void checkFilters(int32_t width, int32_t height, int32_t border, std::mt19937 &r
           k.plane.filterRows7(rows.plane(), out[0], width, height, border, kernel);
           k.plane.filterColumns7(columns.plane(), out[1], width, height, border, kernel);
         },
-        describe(kernel == Filter7::Tent ? "tent" : "smooth", width, height, border));
+        checkasm::name(kernel == Filter7::Tent ? "tent" : "smooth", width, height, border));
   }
 }
 
@@ -77,7 +72,7 @@ TEST(DiffPlaneOps, Halving) {
             [&](const Kernels &k, std::vector<uint8_t *> &out) {
               k.plane.downScale2x(src.plane(), out[0], width, height, stride);
             },
-            describe("halving", width, height, stride));
+            checkasm::name("halving", width, height, stride));
       }
     }
   }
@@ -97,7 +92,7 @@ TEST(DiffPlaneOps, ReplicatingDoubling) {
             [&](const Kernels &k, std::vector<uint8_t *> &out) {
               k.plane.upscale2xReplicate(src.plane(), out[0], width, height, stride);
             },
-            describe("doubling", width, height, stride));
+            checkasm::name("doubling", width, height, stride));
       }
     }
   }
@@ -116,7 +111,7 @@ TEST(DiffPlaneOps, ChromaSplitAndJoin) {
             [&](const Kernels &k, std::vector<uint8_t *> &out) {
               k.plane.extractUv(uv.plane(), out[0], out[1], width, height, stride);
             },
-            describe("extract", width, height, stride));
+            checkasm::name("extract", width, height, stride));
       }
       const size_t pairs = static_cast<size_t>(width) * height;
       const Source u(pairs, 0, 0, rng), v(pairs, 0, 0, rng);
@@ -125,7 +120,7 @@ TEST(DiffPlaneOps, ChromaSplitAndJoin) {
           [&](const Kernels &k, std::vector<uint8_t *> &out) {
             k.plane.combineUv(u.plane(), v.plane(), out[0], width, height);
           },
-          describe("combine", width, height, width));
+          checkasm::name("combine", width, height, width));
     }
   }
 }

@@ -12,7 +12,6 @@
 
 #include "bitmap_pair.h"
 #include "checkasm.h"
-#include "test_image.h"
 
 namespace {
 
@@ -26,16 +25,16 @@ void expectCountsMatch(BitmapPair &b, const std::string &what) {
     for (int32_t dx = -31; dx <= 31; ++dx)
       checkasm::expectSameResult<int32_t>(
           [&](const Kernels &k) { return k.score.countCandidate(b.context(), 0, dy, dx); },
-          what + " dy " + std::to_string(dy) + " dx " + std::to_string(dx));
+          checkasm::name(what, dy, dx));
 }
 
 // Rows of 32 or more blocks with dense disagreement drive the 8-bit lanes
-// past 255.
-void makeDense(BitmapPair &b, std::mt19937 &rng) {
+// past 255 (with `total`, every bit disagrees and every lane wraps).
+void makeDense(BitmapPair &b, std::mt19937 &rng, bool total = false) {
   for (int32_t y = 0; y < b.height(); ++y)
     for (int32_t k = 0; k < b.words(); ++k) {
       b.moved(y)[k] = ~0u;
-      b.cur(y)[k] &= rng() & rng() & rng();
+      b.cur(y)[k] &= total ? 0u : rng() & rng() & rng();
     }
 }
 
@@ -56,26 +55,6 @@ TEST(DiffScore, CandidateCounts) {
   }
 }
 
-TEST(DiffScore, CandidateCountsOnPhotoBitmaps) {
-  const GreyImage img = loadTestPhoto();
-  ASSERT_FALSE(img.pixels.empty());
-  std::mt19937 rng(13);
-  std::vector<int> widths = checkasm::widthsToTry(129, img.width - 8, rng, 12, 8);
-  widths.push_back(img.width - 8);
-  for (int w : widths) {
-    // The reference at (0, 600), the previous frame 5 pixels right, 2 rows
-    // lower, both thresholded at mid grey.
-    BitmapPair b(w, 8);
-    b.clear();
-    for (int32_t y = 0; y < 8; ++y)
-      for (int32_t x = 0; x < w; ++x) {
-        if (img.at(x, 600 + y) > 96) setBit(b.cur(y), x);
-        if (img.at(x + 5, 602 + y) > 96) setBit(b.moved(y), x);
-      }
-    expectCountsMatch(b, "photo w " + std::to_string(w));
-  }
-}
-
 // shiftPyramid's nine candidates scored together: both variants agree on
 // whether the layout is theirs and on every score, and each score they give
 // is the candidate's own count. Steps of 17 and rows of 32 blocks (where the
@@ -90,10 +69,9 @@ TEST(DiffScore, NineCandidatesTogether) {
       for (int32_t step : {2, -2, 1, 16, 17}) {
         BitmapPair b(w, h);
         b.fillRandom(rng);
-        if (w >= 3968) makeDense(b, rng);
+        if (w >= 3968) makeDense(b, rng, true);
         b.context()->searchStep = step;
-        const std::string what =
-            "w " + std::to_string(w) + " h " + std::to_string(h) + " step " + std::to_string(step);
+        const std::string what = checkasm::name("w", w, "h", h, "step", step);
         checkasm::expectVariantsMatch(
             {1, 9 * sizeof(int32_t)}, rng,
             [&](const Kernels &k, std::vector<uint8_t *> &out) {
@@ -117,11 +95,8 @@ TEST(DiffScore, NineCandidatesTogether) {
 std::vector<uint32_t> wordsOf(size_t n, std::mt19937 &rng, bool dense) {
   std::vector<uint32_t> v(n);
   for (auto &w : v) {
-    const uint32_t pick = rng() % 8;
-    if (dense)
-      w = pick == 0 ? static_cast<uint32_t>(rng()) : ~0u;
-    else
-      w = pick == 0 ? 0u : pick == 1 ? ~0u : static_cast<uint32_t>(rng());
+    const uint32_t pick = rng() % 8, random = rng();
+    w = dense ? (pick == 0 ? random : ~0u) : pick == 0 ? 0u : pick == 1 ? ~0u : random;
   }
   return v;
 }
@@ -154,7 +129,7 @@ TEST(DiffScore, FullResolutionWordCounts) {
                                    totals);
             std::memcpy(out[0], totals, sizeof totals);
           },
-          "xor count width " + std::to_string(width) + " shift " + std::to_string(c.first));
+          checkasm::name("xor count", width, c.first));
     }
   }
 }
@@ -167,7 +142,7 @@ TEST(DiffScore, BlockGradientSums) {
   auto check = [&](const std::vector<uint8_t> &plane, int32_t width, int32_t height) {
     checkasm::expectSameResult<double>(
         [&](const Kernels &k) { return k.score.sobelBlockSum(plane.data(), width, height); },
-        "sobel " + std::to_string(width) + "x" + std::to_string(height));
+        checkasm::name("sobel", width, height));
   };
   auto bytesReadPastPlane = [](int32_t width) -> size_t {
     const int32_t past = width < 9 ? 0 : 8 * ((width - 1) / 8) - width + 2;
