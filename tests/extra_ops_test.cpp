@@ -329,6 +329,10 @@ TEST_F(HistMatchingTest, TwoValuedPlanesByHand) {
       // 199200 / 7196 = 27; the pixels of 100 take m(99).
       {"levels far below the reference map to 0", 0, 3100, 200, 100, 4096, 100,
        {{0, 0}, {99, 0}, {100, 27}}, 0},
+      // Ct = 1000 below 200, and Cr[0] = 2037 lies exactly 1,037 above it: inside,
+      // with level 0 counted twice: m = 0. The scan stops at Cr[200] = 4096.
+      {"a count exactly the band's width away is inside", 0, 2037, 200, 0, 1000, 200,
+       {{0, 0}, {199, 0}, {200, 200}}, 0},
       // clang-format on
   };
   for (const auto &c : cases) {

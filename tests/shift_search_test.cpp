@@ -64,6 +64,7 @@ TEST(XorTwoPyramid, EdgeWordsByHand) {
       {240, true, 7, 0x00040000u, 2, 1, "pixel 237 is the last kept one"},
       {240, true, 7, 0x00020000u, 2, 0, "pixel 238 is not"},
       {240, false, 7, 0xFFFFFFFFu, 2, 0, "S's last data word only feeds a zero partner"},
+      {240, true, 7, 0xFFFFFFFFu, 1, 15, "dx = +1 keeps R's pixels 224 .. 238"},
       {288, false, 8, 0x80000000u, 1, 1, "the body's last word still takes S's word 8"},
       {240, true, 7, 0xFFFFFFFFu, 0, 15, "dx = 0 keeps 32 - (33 - r) = 15 bits of the last word"},
       {129, true, 0, 0x40000000u, 0, 1, "the narrowest level counts (pixel 1)"},
