@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "byte_copy.h"
+#include "kernels.h"
 
 namespace videohdr_bench {
 
@@ -61,9 +61,9 @@ const std::vector<KernelCase> &kernelCases() {
       {"FrameCopyIn",
        [](Fixture &f) {
          const Geometry &g = f.geometry();
-         videohdr::copyBytes(f.spareFrame(), f.frame(), g.lumaBytes());
-         videohdr::copyBytes(f.spareFrame() + g.lumaBytes(), f.frame() + g.chromaOffset(),
-                             g.lumaBytes() / 2);
+         const auto copyBytes = videohdr::kKernels.copy.copyBytes;
+         copyBytes(f.spareFrame(), f.frame(), g.lumaBytes());
+         copyBytes(f.spareFrame() + g.lumaBytes(), f.frame() + g.chromaOffset(), g.lumaBytes() / 2);
        }},
       {"AlignProcess",
        [](Fixture &f) {

@@ -15,7 +15,17 @@
 #include <cstring>
 #include <memory>
 
+#include "kernels.h"
+
 namespace fuzz {
+
+// Every kernel table instance the build has, the portable reference first.
+constexpr const videohdr::Kernels *kInstances[] = {
+    &videohdr::kPortableKernels,
+#if VIDEOHDR_HAVE_NEON
+    &videohdr::kNeonKernels,
+#endif
+};
 
 class ExactBuffer {
  public:

@@ -101,16 +101,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
   fuzz::ExactBuffer exported(before);
   exportedOf(c)(src.plane(), exported.plane(), c.width, c.height, c.border);
-  fuzz::ExactBuffer portable(before);
-  (c.vertical ? videohdr::filterColumns7Portable : videohdr::filterRows7Portable)(
-      src.plane(), portable.plane(), c.width, c.height, c.border, c.kernel);
-  if (portable != exported) fuzz::fail("exported filter differs from the portable variant");
-#if VIDEOHDR_HAVE_NEON
-  fuzz::ExactBuffer neon(before);
-  (c.vertical ? videohdr::filterColumns7Neon : videohdr::filterRows7Neon)(
-      src.plane(), neon.plane(), c.width, c.height, c.border, c.kernel);
-  if (neon != portable) fuzz::fail("NEON filter differs from the portable variant");
-#endif
+  for (const videohdr::Kernels *k : fuzz::kInstances) {
+    fuzz::ExactBuffer variant(before);
+    (c.vertical ? k->plane.filterColumns7 : k->plane.filterRows7)(
+        src.plane(), variant.plane(), c.width, c.height, c.border, c.kernel);
+    if (variant != exported) fuzz::fail("a filter variant differs from the exported filter");
+  }
 
   if (!runs(c)) return 0;
   for (int32_t y = 0; y < c.height; ++y)

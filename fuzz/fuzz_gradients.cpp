@@ -15,7 +15,6 @@
 #include <cstring>
 #include <vector>
 
-#include "alignment_op/extra_ops.h"
 #include "exact_buffer.h"
 #include "hdr_log.h"
 #include "videohdr.h"
@@ -49,12 +48,9 @@ void fuzzSobel(FuzzedDataProvider &in) {
   const double interior = w >= 3 && h >= 3 ? double(w - 2) * double(h - 2) : 0.0;
   if (!(scalar >= 0.0 && scalar <= 255.0 * interior)) fail("Sobel outside 0 .. 255 per centre");
   const double block = Sobel_Neon(padded.plane(), w, h);
-  if (videohdr::sobelBlockSumPortable(padded.plane(), w, h) != block)
-    fail("Sobel_Neon differs from the portable block sum");
-#if VIDEOHDR_HAVE_NEON
-  if (videohdr::sobelBlockSumNeon(padded.plane(), w, h) != block)
-    fail("Sobel_Neon differs from the NEON block sum");
-#endif
+  for (const videohdr::Kernels *k : fuzz::kInstances)
+    if (k->score.sobelBlockSum(padded.plane(), w, h) != block)
+      fail("a block sum variant differs from Sobel_Neon");
 }
 
 // An alignment context of a random size, built as the handle builds it.
@@ -149,9 +145,8 @@ void fuzzXorTwoResult(FuzzedDataProvider &in) {
     fail("xorTwoResult differs from the direct count");
 }
 
-// The word counter's two variants on rows of exactly the words they read.
+// The word counter's variants on rows of exactly the words they read.
 void fuzzCountXorBlocks(FuzzedDataProvider &in) {
-#if VIDEOHDR_HAVE_NEON
   const int32_t words = in.ConsumeIntegralInRange<int32_t>(0, 140);
   const int32_t shift = in.ConsumeIntegralInRange<int32_t>(0, 31);
   const int32_t pitch = words + (shift != 0) + in.ConsumeIntegralInRange<int32_t>(0, 3);
@@ -160,15 +155,15 @@ void fuzzCountXorBlocks(FuzzedDataProvider &in) {
   ExactBuffer displaced(0, 4 * span), other(0, 4 * span);
   displaced.fill(in);
   other.fill(in);
-  uint32_t portable[4], neon[4];
   const auto *d = reinterpret_cast<const uint32_t *>(displaced.plane());
   const auto *o = reinterpret_cast<const uint32_t *>(other.plane());
-  videohdr::countXorBlocksPortable(d, o, pitch, rows, words, shift, portable);
-  videohdr::countXorBlocksNeon(d, o, pitch, rows, words, shift, neon);
-  if (std::memcmp(portable, neon, sizeof portable) != 0) fail("word counter variants differ");
-#else
-  (void)in;
-#endif
+  uint32_t reference[4];
+  fuzz::kInstances[0]->score.countXorBlocks(d, o, pitch, rows, words, shift, reference);
+  for (const videohdr::Kernels *k : fuzz::kInstances) {
+    uint32_t totals[4];
+    k->score.countXorBlocks(d, o, pitch, rows, words, shift, totals);
+    if (std::memcmp(totals, reference, sizeof totals) != 0) fail("word counter variants differ");
+  }
 }
 
 void fuzzBack(FuzzedDataProvider &in) {

@@ -186,13 +186,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       (c.op == kDownScale ? downScale_2x_uint8_t : downScale_2x_uint8_t_NEON)(in0, out.plane(), w,
                                                                               h, s);
       checkDownScale(c, src, out);
-      videohdr::downScale2xPortable(in0, ref.plane(), w, h, s);
-      if (ref != out) fail("downscale differs from the portable variant");
-#if VIDEOHDR_HAVE_NEON
-      ref = first;
-      videohdr::downScale2xNeon(in0, ref.plane(), w, h, s);
-      if (ref != out) fail("downscale differs from the NEON variant");
-#endif
+      for (const videohdr::Kernels *k : fuzz::kInstances) {
+        ref = first;
+        k->plane.downScale2x(in0, ref.plane(), w, h, s);
+        if (ref != out) fail("a downscale variant differs from the exported call");
+      }
       break;
     case kUpscale:
       upscale_2x_uint8_t(in0, out.plane(), w, h, s);
@@ -201,37 +199,31 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     case kUpscaleNeon:
       upscale_2x_uint8_t_NEON(in0, out.plane(), w, h, s);
       checkUpscaleNeon(c, src, first, out);
-      videohdr::upscale2xReplicatePortable(in0, ref.plane(), w, h, s);
-      if (ref != out) fail("replicating upscale differs from the portable variant");
-#if VIDEOHDR_HAVE_NEON
-      ref = first;
-      videohdr::upscale2xReplicateNeon(in0, ref.plane(), w, h, s);
-      if (ref != out) fail("replicating upscale differs from the NEON variant");
-#endif
+      for (const videohdr::Kernels *k : fuzz::kInstances) {
+        ref = first;
+        k->plane.upscale2xReplicate(in0, ref.plane(), w, h, s);
+        if (ref != out) fail("a replicating upscale variant differs from the exported call");
+      }
       break;
     case kExtract:
       extract_uvBuffer(in0, out.plane(), out2.plane(), w, h, s);
       checkExtract(c, src, out, out2);
-      videohdr::extractUvPortable(in0, ref.plane(), ref2.plane(), w, h, s);
-      if (ref != out || ref2 != out2) fail("extract differs from the portable variant");
-#if VIDEOHDR_HAVE_NEON
-      ref = first;
-      ref2 = second;
-      videohdr::extractUvNeon(in0, ref.plane(), ref2.plane(), w, h, s);
-      if (ref != out || ref2 != out2) fail("extract differs from the NEON variant");
-#endif
+      for (const videohdr::Kernels *k : fuzz::kInstances) {
+        ref = first;
+        ref2 = second;
+        k->plane.extractUv(in0, ref.plane(), ref2.plane(), w, h, s);
+        if (ref != out || ref2 != out2) fail("an extract variant differs from the exported call");
+      }
       break;
     case kCombine: {
       // Here the source is the u plane and `second` the v plane.
       combine_uvBuffer(in0, second.plane(), out.plane(), w, h);
       checkCombine(c, src, second, out);
-      videohdr::combineUvPortable(in0, second.plane(), ref.plane(), w, h);
-      if (ref != out) fail("combine differs from the portable variant");
-#if VIDEOHDR_HAVE_NEON
-      ref = first;
-      videohdr::combineUvNeon(in0, second.plane(), ref.plane(), w, h);
-      if (ref != out) fail("combine differs from the NEON variant");
-#endif
+      for (const videohdr::Kernels *k : fuzz::kInstances) {
+        ref = first;
+        k->plane.combineUv(in0, second.plane(), ref.plane(), w, h);
+        if (ref != out) fail("a combine variant differs from the exported call");
+      }
       break;
     }
     default:

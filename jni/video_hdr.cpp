@@ -7,9 +7,17 @@
 #include <cstring>
 
 #include "alignment_op/align_internal.h"
-#include "byte_copy.h"
 #include "hdr_log.h"
+#include "kernels.h"
 #include "videohdr.h"
+
+// On 32-bit targets the record keeps the word layout that camera
+// integrations were built against.
+static_assert(sizeof(void *) != 4 || sizeof(VideoHdrHandle) == 68, "17 words");
+static_assert(sizeof(void *) != 4 || offsetof(VideoHdrHandle, frameCount) == 12, "word 3");
+static_assert(sizeof(void *) != 4 || offsetof(VideoHdrHandle, scanline) == 28, "word 7");
+static_assert(sizeof(void *) != 4 || offsetof(VideoHdrHandle, frameBuf0) == 40, "word 10");
+static_assert(sizeof(void *) != 4 || offsetof(VideoHdrHandle, fusionAux) == 64, "word 16");
 
 namespace {
 
@@ -28,9 +36,10 @@ void copyFrameIn(uint8_t *dst, const uint8_t *frame, int32_t stride, int32_t hei
                  int32_t scanline) {
   const int32_t lumaBytes = stride * height;
   const int32_t chromaBytes = lumaBytes / 2;
-  videohdr::copyBytes(dst, frame, static_cast<size_t>(lumaBytes));
-  videohdr::copyBytes(dst + lumaBytes, frame + static_cast<ptrdiff_t>(scanline) * stride,
-                      static_cast<size_t>(chromaBytes));
+  const auto copyBytes = videohdr::kKernels.copy.copyBytes;
+  copyBytes(dst, frame, static_cast<size_t>(lumaBytes));
+  copyBytes(dst + lumaBytes, frame + static_cast<ptrdiff_t>(scanline) * stride,
+            static_cast<size_t>(chromaBytes));
 }
 
 // The geometry the handle's contexts were built with on its first frame.

@@ -1,5 +1,5 @@
 // An alignment context of a given size, built the way the first frame builds
-// it, with the two luma images loaded into its workspace.
+// it, and its workspace carved from two black frames.
 #ifndef VIDEOHDR_TESTS_ALIGN_FIXTURE_H
 #define VIDEOHDR_TESTS_ALIGN_FIXTURE_H
 
@@ -17,6 +17,8 @@ class AlignFixture {
     handle_.height = height;
     handle_.stride = width;
     AllocAlignHandleParams(&handle_);
+    load(std::vector<uint8_t>(size_t(width) * height, 0),
+         std::vector<uint8_t>(size_t(width) * height, 0));
   }
   ~AlignFixture() { ReleaseAlignHandleParams(&handle_); }
   AlignFixture(const AlignFixture &) = delete;

@@ -1,5 +1,6 @@
-// The per-frame path allocates nothing after the first frame. This program
-// replaces the C allocator's entry points with counting wrappers around
+// The per-frame path allocates nothing after the first frame, and a workspace
+// that cannot be had is reported. This program replaces the C allocator's
+// entry points with counting (and, on request, refusing) wrappers around
 // glibc's own (operator new lands in malloc too), so it is built only where
 // no sanitizer brings an allocator of its own.
 #include <gtest/gtest.h>
@@ -9,18 +10,23 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
+#include "alignment_op/align_internal.h"
 #include "hdr_log.h"
+#include "log_capture.h"
 #include "videohdr.h"
 
 namespace {
 volatile bool g_counting = false;
 volatile long g_allocations = 0;
+volatile bool g_refuseLarge = false;  // blocks of 1 GiB and more fail
 
 [[maybe_unused]] void noteAllocation() {
   if (g_counting) g_allocations = g_allocations + 1;
 }
+[[maybe_unused]] bool refused(size_t n) { return g_refuseLarge && n >= (size_t{1} << 30); }
 }  // namespace
 
 #if defined(__GLIBC__)
@@ -34,11 +40,12 @@ void __libc_free(void *);
 
 void *malloc(size_t n) {
   noteAllocation();
-  return __libc_malloc(n);
+  return refused(n) ? nullptr : __libc_malloc(n);
 }
+// The compiler may turn a malloc and a memset of 0 into a calloc.
 void *calloc(size_t count, size_t n) {
   noteAllocation();
-  return __libc_calloc(count, n);
+  return refused(count * n) ? nullptr : __libc_calloc(count, n);
 }
 void *realloc(void *p, size_t n) {
   noteAllocation();
@@ -131,5 +138,42 @@ INSTANTIATE_TEST_SUITE_P(CameraSizes, PerFrameAllocation,
                            return std::to_string(info.param.width) + "x" +
                                   std::to_string(info.param.height);
                          });
+
+// 13000 x 13000 asks for a workspace of 4,144,950,748 bytes, 4407 x 39688
+// for 4,294,967,240: so close to 4 GiB that adding the slack would wrap to a
+// tiny block on a 32-bit target. Either fails, is logged, and leaves the
+// context without a workspace but with its size, ready to try again.
+TEST(WorkspaceAllocation, AFailureIsLoggedAndLeavesTheContextWithoutAWorkspace) {
+  // The library's own allocations tell whether they reach these wrappers.
+  VideoHdrHandle probe = {};
+  probe.width = probe.height = probe.stride = 1;
+  g_allocations = 0;
+  g_counting = true;
+  AllocAlignHandleParams(&probe);
+  g_counting = false;
+  freeMem(&probe);
+  if (g_allocations == 0) GTEST_SKIP() << "the allocator is replaced here: nothing to refuse";
+  const std::string failed =
+      "align malloc failed in line number: 75 functon: allocAlignCPUMem file: "
+      "jni/alignment_op/tarn_hdr_mtbalign";
+  for (const auto &[width, height, workSize] :
+       {std::tuple<int32_t, int32_t, uint32_t>{13000, 13000, 4144950748u},
+        {4407, 39688, 4294967240u}}) {
+    VideoHdrHandle handle = {};
+    handle.width = handle.stride = width;
+    handle.height = height;
+    LogCapture log;
+    g_refuseLarge = true;
+    EXPECT_EQ(AllocAlignHandleParams(&handle), 1);
+    EXPECT_EQ(allocAlignCPUMem(&handle), 0);
+    g_refuseLarge = false;
+    ASSERT_EQ(log.messages(), (std::vector<std::string>{failed, failed})) << width;
+    EXPECT_EQ(log.lines()[0].priority, 4);
+    EXPECT_EQ(handle.alignContext->workBuf, nullptr) << width;
+    EXPECT_EQ(handle.alignContext->workSize, workSize) << width;
+    EXPECT_EQ(handle.alignContext->ready, 1) << width;
+    EXPECT_EQ(freeMem(&handle), 1);
+  }
+}
 
 }  // namespace

@@ -1,7 +1,8 @@
-// Differential test harness: runs the portable and the NEON variant of a
-// kernel on the same random inputs and compares every byte they leave in
-// their destinations, which are surrounded by guard bytes that must survive.
-// In the spirit of dav1d's checkasm and libyuv's C-versus-SIMD unit tests.
+// Differential test harness: runs a kernel of both kernel table instances
+// (portable and NEON) on the same random inputs and compares every byte they
+// leave in their destinations, which are surrounded by guard bytes that must
+// survive. In the spirit of dav1d's checkasm and libyuv's C-versus-SIMD unit
+// tests.
 #ifndef VIDEOHDR_TESTS_CHECKASM_H
 #define VIDEOHDR_TESTS_CHECKASM_H
 
@@ -12,12 +13,20 @@
 #include <cstring>
 #include <functional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "kernels.h"
+
 namespace checkasm {
 
-enum class Variant { Portable, Neon };
+// A table of `members` function pointers: each suite asserts it of the
+// families it covers, so that a kernel added to a table cannot go untested.
+template <typename Table>
+constexpr bool hasMembers(size_t members) {
+  return sizeof(Table) == members * sizeof(void (*)());
+}
 
 constexpr size_t kGuardBytes = 64;
 constexpr uint8_t kGuardValue = 0xA5;
@@ -26,65 +35,67 @@ constexpr uint8_t kGuardValue = 0xA5;
 // guard; everything in [data(), data() + size()) is the caller's.
 class Guarded {
  public:
-  explicit Guarded(size_t size, size_t guard = kGuardBytes)
-      : size_(size), guard_(guard), bytes_(size + 2 * guard, kGuardValue) {}
-  uint8_t *data() { return bytes_.data() + guard_; }
-  const uint8_t *data() const { return bytes_.data() + guard_; }
+  explicit Guarded(size_t size) : size_(size), bytes_(size + 2 * kGuardBytes, kGuardValue) {}
+  uint8_t *data() { return bytes_.data() + kGuardBytes; }
+  const uint8_t *data() const { return bytes_.data() + kGuardBytes; }
   size_t size() const { return size_; }
-  void fill(uint8_t value) { std::memset(data(), value, size_); }
   void fillRandom(std::mt19937 &rng) {
     for (size_t i = 0; i < size_; ++i) data()[i] = static_cast<uint8_t>(rng());
   }
-  // Index of the first guard byte that changed, or -1 when both zones are intact.
-  long firstDamagedGuard() const {
-    for (size_t i = 0; i < guard_; ++i) {
-      if (bytes_[i] != kGuardValue) return static_cast<long>(i);
-      if (bytes_[guard_ + size_ + i] != kGuardValue) return static_cast<long>(guard_ + size_ + i);
-    }
-    return -1;
+  std::vector<uint8_t> bytes() const { return std::vector<uint8_t>(data(), data() + size_); }
+  bool guardsIntact() const {
+    for (size_t i = 0; i < kGuardBytes; ++i)
+      if (bytes_[i] != kGuardValue || bytes_[kGuardBytes + size_ + i] != kGuardValue) return false;
+    return true;
   }
 
  private:
   size_t size_;
-  size_t guard_;
   std::vector<uint8_t> bytes_;
 };
 
-// Index of the first differing byte, or -1.
-inline long firstDifference(const uint8_t *a, const uint8_t *b, size_t n) {
-  for (size_t i = 0; i < n; ++i)
-    if (a[i] != b[i]) return static_cast<long>(i);
-  return -1;
-}
+#if VIDEOHDR_HAVE_NEON
+using Run = std::function<void(const videohdr::Kernels &, std::vector<uint8_t *> &)>;
 
-// Runs `run(variant, outputs)` once per variant. Each run gets its own set of
+// Runs `run(kernels, outputs)` once per instance. Each run gets its own set of
 // guarded destinations of the given sizes, both sets starting from the same
 // random contents (so bytes a kernel must leave alone compare equal too).
 // Expects identical destination bytes and intact guards; `what` names the case.
 inline void expectVariantsMatch(const std::vector<size_t> &outputSizes, std::mt19937 &rng,
-                                const std::function<void(Variant, std::vector<uint8_t *> &)> &run,
-                                const std::string &what) {
+                                const Run &run, const std::string &what) {
+  const videohdr::Kernels *instances[2] = {&videohdr::kPortableKernels, &videohdr::kNeonKernels};
   std::vector<Guarded> outs[2];
-  std::vector<uint8_t *> ptrs[2];
   for (size_t size : outputSizes) {
     outs[0].emplace_back(size);
     outs[0].back().fillRandom(rng);
-    outs[1].emplace_back(size);
-    std::memcpy(outs[1].back().data(), outs[0].back().data(), size);
+    outs[1].push_back(outs[0].back());
   }
   for (int v = 0; v < 2; ++v) {
-    for (auto &g : outs[v]) ptrs[v].push_back(g.data());
-    run(v == 0 ? Variant::Portable : Variant::Neon, ptrs[v]);
+    std::vector<uint8_t *> ptrs;
+    for (auto &g : outs[v]) ptrs.push_back(g.data());
+    run(*instances[v], ptrs);
   }
   for (size_t k = 0; k < outputSizes.size(); ++k) {
-    long diff = firstDifference(outs[0][k].data(), outs[1][k].data(), outputSizes[k]);
-    EXPECT_EQ(diff, -1) << what << ": output " << k << " differs at byte " << diff << " (portable "
-                        << int(diff >= 0 ? outs[0][k].data()[diff] : 0) << ", neon "
-                        << int(diff >= 0 ? outs[1][k].data()[diff] : 0) << ")";
-    EXPECT_EQ(outs[0][k].firstDamagedGuard(), -1)
-        << what << ": portable wrote outside output " << k;
-    EXPECT_EQ(outs[1][k].firstDamagedGuard(), -1) << what << ": neon wrote outside output " << k;
+    EXPECT_EQ(outs[0][k].bytes(), outs[1][k].bytes()) << what << ": output " << k;
+    EXPECT_TRUE(outs[0][k].guardsIntact()) << what << ": portable wrote outside output " << k;
+    EXPECT_TRUE(outs[1][k].guardsIntact()) << what << ": neon wrote outside output " << k;
   }
+}
+
+// The same for a kernel that answers a value.
+template <typename Result>
+void expectSameResult(const std::function<Result(const videohdr::Kernels &)> &run,
+                      const std::string &what) {
+  EXPECT_EQ(run(videohdr::kPortableKernels), run(videohdr::kNeonKernels)) << what;
+}
+#endif
+
+// A case's name from its parts, separated by spaces.
+template <typename... Parts>
+std::string name(const Parts &...parts) {
+  std::ostringstream s;
+  ((s << parts << ' '), ...);
+  return s.str();
 }
 
 // Random bytes, optionally biased towards a few values so that comparisons,
@@ -95,6 +106,12 @@ inline std::vector<uint8_t> randomBytes(size_t n, std::mt19937 &rng, bool biased
     uint32_t r = rng();
     b = biased && (r & 0x300) == 0 ? static_cast<uint8_t>((r & 3) * 85) : static_cast<uint8_t>(r);
   }
+  return v;
+}
+
+inline std::vector<uint32_t> randomWords(size_t n, std::mt19937 &rng) {
+  std::vector<uint32_t> v(n);
+  for (uint32_t &word : v) word = rng();
   return v;
 }
 

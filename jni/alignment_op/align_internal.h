@@ -34,6 +34,43 @@ bool workspaceUsable(const AlignContext *ctx);
 // levels). Narrower frames still get their bitmaps, but a zero shift.
 bool searchSupported(const AlignContext *ctx);
 
+// The workspace layout. The first kWorkspaceHeadBytes are left free; the
+// regions of kWorkspaceLayout follow back to back in table order, a per-level
+// region once for each of the context's levels. calCpuDataAlignMem sizes the
+// block for four levels; with fewer the end of the block is left unused.
+constexpr uint32_t kWorkspaceHeadBytes = 212;
+
+enum class RegionSize {
+  History,      // the five-float misalignment history: 20 bytes
+  LevelArray,   // one int32 per level
+  Image,        // w * h bytes
+  Bitmap,       // 16 * W * (h + 1): four level-0 bitmaps with a spare row
+  HistTable,    // 256 words
+  MapTable,     // 257 words: the level mapping
+  ImageAndHalf  // (3 * w * h) >> 1 bytes
+};
+
+// The sizes that depend on the geometry, in 32-bit arithmetic.
+struct RegionGeometry {
+  uint32_t image;       // w * h
+  uint32_t bitmap;      // 16 * W * (h + 1)
+  uint32_t levelArray;  // 4 * levels
+};
+
+struct WorkspaceRegion {
+  const char *name;
+  RegionSize size;
+  bool perLevel;     // one region per level
+  size_t alignment;  // what its elements need; the fixed layout pads nothing
+  void (*place)(AlignContext &ctx, int32_t level, uint8_t *start);
+  const void *(*start)(const AlignContext &ctx, int32_t level);
+};
+
+extern const WorkspaceRegion kWorkspaceLayout[];
+extern const size_t kWorkspaceRegionCount;
+
+uint32_t regionBytes(RegionSize size, const RegionGeometry &g);
+
 // Carves the workspace into the context's regions and fills the per-level
 // widths, heights and pitches: InitPara without its two image copies.
 void carveWorkspace(AlignContext *ctx);

@@ -3,6 +3,8 @@
 // pixel of a coarse level is exactly one pixel of level 0.
 #include <cstddef>
 
+#include "../any_row.h"
+#include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
 #include "bitmap_ops.h"
@@ -43,30 +45,22 @@ void decimateRowPortable(const uint32_t *src, uint32_t *dst, int32_t words) {
 
 #if VIDEOHDR_HAVE_NEON
 // Four output words per step from eight source words split into even and odd
-// ones; the last words % 4 outputs go word by word, so no source word past
-// 2 * words - 1 is read and no output past `words` is written.
+// ones.
 void decimateRowNeon(const uint32_t *src, uint32_t *dst, int32_t words) {
-  int32_t j = 0;
-  for (; j + 4 <= words; j += 4) {
-    const uint32x4x2_t pairs = vld2q_u32(src + 2 * j);
-    vst1q_u32(dst + j, vorrq_u32(vshlq_n_u32(evenPixelsNeon(pairs.val[0]), 16),
-                                 evenPixelsNeon(pairs.val[1])));
-  }
-  for (; j < words; ++j) dst[j] = decimateWord(src[2 * j], src[2 * j + 1]);
+  blocksThenRest(
+      wholeBlocks<4>(words), words,
+      [=](int32_t end) {
+        for (int32_t j = 0; j < end; j += 4) {
+          const uint32x4x2_t pairs = vld2q_u32(src + 2 * j);
+          vst1q_u32(dst + j, vorrq_u32(vshlq_n_u32(evenPixelsNeon(pairs.val[0]), 16),
+                                       evenPixelsNeon(pairs.val[1])));
+        }
+      },
+      [=](int32_t at, int32_t rest) { decimateRowPortable(src + 2 * at, dst + at, rest); });
 }
 #endif
 
 }  // namespace videohdr
-
-namespace {
-
-#if VIDEOHDR_NATIVE_NEON
-constexpr auto decimateRow = videohdr::decimateRowNeon;
-#else
-constexpr auto decimateRow = videohdr::decimateRowPortable;
-#endif
-
-}  // namespace
 
 extern "C" void buildGaussianPyramid(AlignContext *context, int32_t level) {
   const int32_t srcHeight = context->levelHeight[level - 1];
@@ -75,6 +69,7 @@ extern "C" void buildGaussianPyramid(AlignContext *context, int32_t level) {
   const size_t dstPitch = static_cast<size_t>(context->levelPitch[level]) / 4;
   // The spare last word of each row is not written.
   const int32_t words = static_cast<int32_t>(dstPitch) - 1;
+  const auto decimateRow = videohdr::kKernels.bitmap.decimateRow;
   // Odd source rows are dropped; both pyramids advance in the same pass.
   for (int32_t y = 0; y < srcHeight / 2; ++y) {
     const size_t src = 2 * y * srcPitch;

@@ -3,11 +3,13 @@
 #include <cstddef>
 #include <cstdlib>
 
-#include "../byte_copy.h"
+#include "../kernels.h"
 #include "align_internal.h"
 
 namespace videohdr {
 namespace {
+
+constexpr auto copyBytes = kKernels.copy.copyBytes;
 
 bool oppositeSigns(int32_t a, int32_t b) { return a != 0 && b != 0 && ((a < 0) != (b < 0)); }
 

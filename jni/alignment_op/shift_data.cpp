@@ -6,8 +6,11 @@
 #include <cstddef>
 #include <cstring>
 
+#include "../any_row.h"
+#include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
+#include "bit_rows.h"
 #include "bitmap_ops.h"
 
 namespace videohdr {
@@ -33,91 +36,81 @@ uint32_t keptBits(int32_t j, int32_t limit) {
   return ~0u << (32 - bits);
 }
 
-#if VIDEOHDR_HAVE_NEON
-// (current << sx) | (next >> (32 - sx)) per lane, as vshlq by sx and sx - 32.
-uint32x4_t funnelLeft(uint32x4_t current, uint32x4_t next, int32x4_t up, int32x4_t down) {
-  return vorrq_u32(vshlq_u32(current, up), vshlq_u32(next, down));
+void funnelWordsLeftPortable(const uint32_t *src, uint32_t *dst, int32_t count, int32_t sx) {
+  for (int32_t i = 0; i < count; ++i) dst[i] = funnelLeft(src[i], src[i + 1], sx);
 }
 
-// (current >> shift) | (before << (32 - shift)) per lane.
-uint32x4_t funnelRight(uint32x4_t current, uint32x4_t before, int32x4_t down, int32x4_t up) {
-  return vorrq_u32(vshlq_u32(current, down), vshlq_u32(before, up));
+// Destination words [first, end) of a move to the right.
+void moveWordsRightPortable(const uint32_t *src, uint32_t *dst, int32_t first, int32_t end,
+                            int32_t limit, int32_t shift) {
+  uint32_t before = first == 0 ? 0 : src[first - 1] & keptBits(first - 1, limit);
+  for (int32_t j = first; j < end; ++j) {
+    const uint32_t word = src[j] & keptBits(j, limit);
+    dst[j] = funnelRight(word, before, shift);
+    before = word;
+  }
+}
+
+// The layout both variants share; they differ in how the whole words are
+// funnelled. Word W - k is the last lane of the block that finishes the
+// funnelled words, so it is written (as src[W - k] << sx) only when W - k ends
+// in a partial block; after a whole number of blocks it stays clear.
+template <void (*funnelWords)(const uint32_t *, uint32_t *, int32_t, int32_t)>
+void shiftRowLeft(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {
+  const int32_t funnelled = leftFunnelWords(width, sx);
+  if (funnelled < 0) return;
+  funnelWords(src, dst, funnelled, sx);
+  if (funnelled % kBlockWords != 0) dst[funnelled] = src[funnelled] << sx;
+}
+
+#if VIDEOHDR_HAVE_NEON
+void funnelWordsLeftNeon(const uint32_t *src, uint32_t *dst, int32_t count, int32_t sx) {
+  blocksThenRest(
+      wholeBlocks<kBlockWords>(count), count,
+      [=](int32_t end) {
+        const FunnelShifts shifts = funnelTowardsBit31(sx);
+        for (int32_t i = 0; i < end; i += kBlockWords)
+          vst1q_u32(dst + i, funnelNeon(vld1q_u32(src + i), vld1q_u32(src + i + 1), shifts));
+      },
+      [=](int32_t at, int32_t rest) { funnelWordsLeftPortable(src + at, dst + at, rest, sx); });
 }
 #endif
 
 }  // namespace
 
-// Word W - k is the last lane of the block that finishes the funnelled words,
-// so it is written (as src[W - k] << sx) only when W - k ends in a partial
-// block; after a whole number of blocks it stays clear.
 void shiftRowLeftPortable(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {
-  const int32_t funnelled = leftFunnelWords(width, sx);
-  if (funnelled < 0) return;
-  for (int32_t i = 0; i < funnelled; ++i) dst[i] = (src[i] << sx) | (src[i + 1] >> (32 - sx));
-  if (funnelled % 4 != 0) dst[funnelled] = src[funnelled] << sx;
+  shiftRowLeft<funnelWordsLeftPortable>(src, dst, width, sx);
 }
 
 void shiftRowRightPortable(const uint32_t *src, uint32_t *dst, int32_t width, int32_t shift) {
-  const int32_t dataWords = bitmapWords(width) - 1;
-  const int32_t limit = width - shift;
-  uint32_t before = 0;  // nothing comes in at pixel 0
-  for (int32_t j = 0; j < dataWords; ++j) {
-    const uint32_t word = src[j] & keptBits(j, limit);
-    dst[j] = (word >> shift) | (before << (32 - shift));
-    before = word;
-  }
+  moveWordsRightPortable(src, dst, 0, bitmapWords(width) - 1, width - shift, shift);
 }
 
 #if VIDEOHDR_HAVE_NEON
-// Whole blocks of four from word 0; the t = (W - k) % 4 words left and word
-// W - k go through a zeroed scratch block of the t source words followed by
-// src[W - k], whose lane t is then src[W - k] << sx. Only the t + 1 lanes that
-// belong to the row are stored: the lanes after them are zero and would fall
-// on words that are clear already.
 void shiftRowLeftNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {
-  const int32_t funnelled = leftFunnelWords(width, sx);
-  if (funnelled < 0) return;
-  const int32_t t = funnelled % 4;
-  const int32x4_t up = vdupq_n_s32(sx);
-  const int32x4_t down = vdupq_n_s32(sx - 32);
-  int32_t i = 0;
-  for (; i < funnelled - t; i += 4)
-    vst1q_u32(dst + i, funnelLeft(vld1q_u32(src + i), vld1q_u32(src + i + 1), up, down));
-  if (t == 0) return;
-  uint32_t scratch[5] = {0};
-  std::memcpy(scratch, src + i, static_cast<size_t>(t + 1) * sizeof(uint32_t));
-  uint32_t lanes[4];
-  vst1q_u32(lanes, funnelLeft(vld1q_u32(scratch), vld1q_u32(scratch + 1), up, down));
-  std::memcpy(dst + i, lanes, static_cast<size_t>(t + 1) * sizeof(uint32_t));
+  shiftRowLeft<funnelWordsLeftNeon>(src, dst, width, sx);
 }
 
-// Whole blocks of four while every source word in them lies before the limit,
-// each block's first partner being the last word of the block before (0 for
-// word 0). The remaining data words go through a scratch block of masked source
-// words, zero past the row's data words, and only the lanes that are data words
-// are stored, so neither the pad word nor the next row is touched.
+// Whole blocks of four while every source word in them lies before the limit
+// (no word needs masking), each block's first partner being the last word of
+// the block before (0 for word 0); the portable moves finish the row, so
+// neither the pad word nor the next row is touched.
 void shiftRowRightNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_t shift) {
   const int32_t dataWords = bitmapWords(width) - 1;
   const int32_t limit = width - shift;
-  const int32x4_t down = vdupq_n_s32(-shift);
-  const int32x4_t up = vdupq_n_s32(32 - shift);
-  uint32x4_t previous = vdupq_n_u32(0);
-  int32_t i = 0;
-  for (; i + 4 <= dataWords && 32 * (i + 4) <= limit; i += 4) {
-    const uint32x4_t current = vld1q_u32(src + i);
-    vst1q_u32(dst + i, funnelRight(current, vextq_u32(previous, current, 3), down, up));
-    previous = current;
-  }
-  uint32_t scratch[5] = {vgetq_lane_u32(previous, 3), 0, 0, 0, 0};
-  for (; i < dataWords; i += 4) {
-    const int32_t count = std::min(4, dataWords - i);
-    for (int32_t j = 0; j < 4; ++j)
-      scratch[1 + j] = j < count ? src[i + j] & keptBits(i + j, limit) : 0;
-    uint32_t lanes[4];
-    vst1q_u32(lanes, funnelRight(vld1q_u32(scratch + 1), vld1q_u32(scratch), down, up));
-    std::memcpy(dst + i, lanes, static_cast<size_t>(count) * sizeof(uint32_t));
-    scratch[0] = scratch[4];
-  }
+  const int32_t unmasked = limit > 0 ? std::min(dataWords, limit / 32) : 0;
+  blocksThenRest(
+      wholeBlocks<kBlockWords>(unmasked), dataWords,
+      [=](int32_t end) {
+        const FunnelShifts shifts = funnelTowardsBit0(shift);
+        uint32x4_t previous = vdupq_n_u32(0);
+        for (int32_t i = 0; i < end; i += kBlockWords) {
+          const uint32x4_t current = vld1q_u32(src + i);
+          vst1q_u32(dst + i, funnelNeon(current, vextq_u32(previous, current, 3), shifts));
+          previous = current;
+        }
+      },
+      [=](int32_t at, int32_t) { moveWordsRightPortable(src, dst, at, dataWords, limit, shift); });
 }
 #endif
 
@@ -125,20 +118,12 @@ void shiftRowRightNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_
 
 namespace {
 
-#if VIDEOHDR_NATIVE_NEON
-constexpr auto shiftRowLeft = videohdr::shiftRowLeftNeon;
-constexpr auto shiftRowRight = videohdr::shiftRowRightNeon;
-#else
-constexpr auto shiftRowLeft = videohdr::shiftRowLeftPortable;
-constexpr auto shiftRowRight = videohdr::shiftRowRightPortable;
-#endif
-
 // Writes one destination row (cleared beforehand) from one source row.
 void moveRow(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {
   if (sx > 0) {
-    shiftRowLeft(src, dst, width, sx);
+    videohdr::kKernels.bitmap.shiftRowLeft(src, dst, width, sx);
   } else if (sx < 0) {
-    shiftRowRight(src, dst, width, -sx);
+    videohdr::kKernels.bitmap.shiftRowRight(src, dst, width, -sx);
   } else {
     // The data words only: the pad word stays clear.
     std::memcpy(dst, src, static_cast<size_t>(videohdr::bitmapWords(width) - 1) * 4);

@@ -5,17 +5,15 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../kernels.h"
 #include "align_internal.h"
-#include "search_ops.h"
+#include "bit_rows.h"
+#include "score_ops.h"
 
 namespace videohdr {
 namespace {
 
 constexpr uint32_t kAllOnes = 0xFFFFFFFFu;
-
-// Shifts of 32 or more clear the word, as the vector shifts do.
-uint32_t shiftLeft(uint32_t v, int32_t n) { return n >= 32 ? 0 : v << n; }
-uint32_t shiftRight(uint32_t v, int32_t n) { return n >= 32 ? 0 : v >> n; }
 
 // Everything about one candidate that stays the same from row to row.
 //
@@ -40,18 +38,18 @@ struct CountPlan {
 void setEdgeMasks(int32_t dx, int32_t r, int32_t u, CountPlan *plan) {
   if (dx == 0) {
     // Pixel w - 1 is not compared.
-    const uint32_t edge = r == 0 ? 0xFFFFFFFEu : shiftLeft(kAllOnes, 33 - r);
+    const uint32_t edge = r == 0 ? 0xFFFFFFFEu : shiftLeftOrZero(kAllOnes, 33 - r);
     plan->lastMaskDisplaced = plan->lastMaskPlain = edge;
   } else if (dx > 0) {
     // S's last data word takes no part; R's counts against nothing in its
     // first r - u pixels, or its first 32 - u when r <= u (r = 0 included).
     plan->lastMaskDisplaced = 0;
-    plan->lastMaskPlain = shiftLeft(kAllOnes, r <= u ? u : u + 32 - r);
+    plan->lastMaskPlain = shiftLeftOrZero(kAllOnes, r <= u ? u : u + 32 - r);
   } else {
     // R's pixels from w - u on are not compared.
     const int32_t e = r == 0 ? u : u + 32 - r;
-    plan->lastMaskDisplaced = shiftLeft(kAllOnes, e);
-    plan->lastMaskPlain = shiftLeft(kAllOnes, e + u);  // implies the mask << u
+    plan->lastMaskDisplaced = shiftLeftOrZero(kAllOnes, e);
+    plan->lastMaskPlain = shiftLeftOrZero(kAllOnes, e + u);  // implies the mask << u
     // With 0 < r <= u the same formula reaches 32 and clears the last data
     // word of both rows, and when there is no tail (t = 0) it also clears R's
     // last data word where the body's last block funnels it in: otherwise up
@@ -93,8 +91,8 @@ bool makePlan(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx, Co
     plan->firstMaskDisplaced = plan->firstMaskPlain = 0x7FFFFFFFu;  // pixel 0 is not compared
   } else if (dx > 0) {
     // Applied before the funnel: S loses its first 2u pixels, R its first u.
-    plan->firstMaskDisplaced = shiftRight(kAllOnes, 2 * u);
-    plan->firstMaskPlain = shiftRight(kAllOnes, u);
+    plan->firstMaskDisplaced = shiftRightOrZero(kAllOnes, 2 * u);
+    plan->firstMaskPlain = shiftRightOrZero(kAllOnes, u);
   } else {
     plan->firstMaskDisplaced = plan->firstMaskPlain = kAllOnes;  // no left margin
   }
@@ -103,29 +101,12 @@ bool makePlan(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx, Co
   return true;
 }
 
-// The tail block of one side: its t tail words, then its masked last data word.
-// Words t + 1 .. 7 of the scratch block stay zero for the whole call, so the
-// funnel's partner after the last data word is zero.
+// The tail block of one side: its t tail words, then its masked last data
+// word. Words t + 1 .. 7 of the scratch block stay zero for the whole call, so
+// the funnel's partner after the last data word is zero.
 void fillTail(const CountPlan &plan, const uint32_t *row, uint32_t mask, uint32_t *scratch) {
   const int32_t t = plan.tailWords;
-  std::memcpy(scratch, row + plan.lastWord - t, sizeof(uint32_t) * t);
-  scratch[t] = row[plan.lastWord] & mask;
-}
-
-uint32_t funnelPortable(uint32_t cur, uint32_t next, int32_t u) {
-  return shiftLeft(cur, u) | shiftRight(next, 32 - u);
-}
-
-// Adds one 16-byte block to the row's sixteen 8-bit lanes. Lane j counts byte j
-// of the block read as four little-endian words, and wraps at 256 like a vector
-// lane (a row of 32 or more blocks can wrap; the count keeps that).
-void addBlockPortable(const uint32_t *d, const uint32_t *p, int32_t u, uint8_t *lanes) {
-  for (int k = 0; k < 4; ++k) {
-    const uint32_t x = funnelPortable(d[k], d[k + 1], u) ^ p[k];
-    for (int b = 0; b < 4; ++b) {
-      lanes[4 * k + b] += static_cast<uint8_t>(__builtin_popcount((x >> (8 * b)) & 0xFFu));
-    }
-  }
+  loadPartialBlock(scratch, row + plan.lastWord - t, t, mask);
 }
 
 uint32_t countRowPortable(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
@@ -154,22 +135,11 @@ uint32_t countRowPortable(const CountPlan &plan, const uint32_t *d, const uint32
 }
 
 #if VIDEOHDR_HAVE_NEON
-// Per-lane shifts by u and by u - 32; a right shift by 32 (dx = 0) clears the
-// lane, so the same code serves the undisplaced case.
-uint32x4_t funnelNeon(uint32x4_t cur, uint32x4_t next, int32x4_t left, int32x4_t right) {
-  return vorrq_u32(vshlq_u32(cur, left), vshlq_u32(next, right));
-}
-
-uint8x16_t addBlockNeon(uint8x16_t lanes, uint32x4_t d, uint32x4_t dNext, uint32x4_t p,
-                        int32x4_t left, int32x4_t right) {
-  const uint32x4_t x = veorq_u32(funnelNeon(d, dNext, left, right), p);
-  return vaddq_u8(lanes, vcntq_u8(vreinterpretq_u8_u32(x)));
-}
-
-uint32x4_t countRowNeon(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
+// The row's sixteen 8-bit lanes, before widening. The funnel by u = 0 (dx = 0)
+// is the funnel's own lane shift by -32, which clears the partner.
+uint8x16_t countRowNeon(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
                         uint32_t *scratchD, uint32_t *scratchP) {
-  const int32x4_t left = vdupq_n_s32(plan.shift);
-  const int32x4_t right = vdupq_n_s32(plan.shift - 32);
+  const FunnelShifts shifts = funnelTowardsBit31(plan.shift);
   const uint32x4_t ones = vdupq_n_u32(kAllOnes);
   const uint32x4_t firstD = vsetq_lane_u32(plan.firstMaskDisplaced, ones, 0);
   const uint32x4_t firstP = vsetq_lane_u32(plan.firstMaskPlain, ones, 0);
@@ -183,15 +153,15 @@ uint32x4_t countRowNeon(const CountPlan &plan, const uint32_t *d, const uint32_t
       pv = vandq_u32(pv, firstP);
     }
     if (b == plan.bodyBlocks - 1) next = vandq_u32(next, endPartner);
-    lanes = addBlockNeon(lanes, dv, next, pv, left, right);
+    lanes = addBitCountsNeon(lanes, veorq_u32(funnelNeon(dv, next, shifts), pv));
   }
   if (plan.tailWords != 0) {
     fillTail(plan, d, plan.lastMaskDisplaced, scratchD);
     fillTail(plan, p, plan.lastMaskPlain, scratchP);
-    lanes = addBlockNeon(lanes, vld1q_u32(scratchD), vld1q_u32(scratchD + 1), vld1q_u32(scratchP),
-                         left, right);
+    const uint32x4_t x = funnelNeon(vld1q_u32(scratchD), vld1q_u32(scratchD + 1), shifts);
+    lanes = addBitCountsNeon(lanes, veorq_u32(x, vld1q_u32(scratchP)));
   }
-  return vpaddlq_u16(vpaddlq_u8(lanes));
+  return lanes;
 }
 #endif
 
@@ -236,24 +206,16 @@ CandidateTriple tripleFor(const AlignContext *ctx, int32_t level, int32_t dy, in
   return c;
 }
 
-uint32_t bitCountPortable(uint32_t x) {
-  x = x - ((x >> 1) & 0x55555555u);
-  x = (x & 0x33333333u) + ((x >> 2) & 0x33333333u);
-  x = (x + (x >> 4)) & 0x0F0F0F0Fu;
-  x += x >> 8;
-  return (x + (x >> 16)) & 0x3Fu;
-}
-
 // Words 0, W - 3 and (with a tail block) W - 2 of one candidate's row pair, the
 // words its masks touch. d is the displaced side, p the other.
 uint32_t countEdgeWordsPortable(const CountPlan &c, const uint32_t *d, const uint32_t *p) {
   const int32_t last = c.lastWord;
   const bool tail = c.tailWords != 0;
   const uint32_t lastD = d[last] & (tail ? c.lastMaskDisplaced : c.bodyEndPartnerMask);
-  uint32_t n = bitCountPortable(funnelPortable(d[0] & c.firstMaskDisplaced, d[1], c.shift) ^
-                                (p[0] & c.firstMaskPlain));
-  n += bitCountPortable(funnelPortable(d[last - 1], lastD, c.shift) ^ p[last - 1]);
-  if (tail) n += bitCountPortable(funnelPortable(lastD, 0, c.shift) ^ (p[last] & c.lastMaskPlain));
+  uint32_t n = bitCount(funnelLeftOrSame(d[0] & c.firstMaskDisplaced, d[1], c.shift) ^
+                        (p[0] & c.firstMaskPlain));
+  n += bitCount(funnelLeftOrSame(d[last - 1], lastD, c.shift) ^ p[last - 1]);
+  if (tail) n += bitCount(funnelLeftOrSame(lastD, 0, c.shift) ^ (p[last] & c.lastMaskPlain));
   return n;
 }
 
@@ -271,9 +233,9 @@ void scoreTriplePortable(const CandidateTriple &c, uint32_t counts[3]) {
     // 1 <= u <= 16 here, so the funnel needs no guard for shifts of 32 (which
     // keeps the loop vectorisable).
     for (int32_t i = 1; i <= W - 4; ++i) {
-      still += bitCountPortable(s[i] ^ r[i]);
-      left += bitCountPortable(((r[i] << u) | (r[i + 1] >> (32 - u))) ^ s[i]);
-      right += bitCountPortable(((s[i] << u) | (s[i + 1] >> (32 - u))) ^ r[i]);
+      still += bitCount(s[i] ^ r[i]);
+      left += bitCount(funnelLeft(r[i], r[i + 1], u) ^ s[i]);
+      right += bitCount(funnelLeft(s[i], s[i + 1], u) ^ r[i]);
     }
     counts[0] += still + countEdgeWordsPortable(z, s, r);
     counts[1] += left + countEdgeWordsPortable(c.negative, r, s);
@@ -288,23 +250,15 @@ void scoreTriplePortable(const CandidateTriple &c, uint32_t counts[3]) {
 // one word on).
 template <int T>
 uint32x4_t tailBlockNeon(uint32x4_t d, uint32x4_t p, uint32x4_t maskD, uint32x4_t maskP,
-                         int32x4_t left, int32x4_t right) {
+                         FunnelShifts shifts) {
   const uint32x4_t zero = vdupq_n_u32(0);
   const uint32x4_t dm = vandq_u32(d, maskD);
   const uint32x4_t pm = vandq_u32(p, maskP);
-  return veorq_u32(funnelNeon(vextq_u32(dm, zero, 3 - T), vextq_u32(dm, zero, 4 - T), left, right),
+  return veorq_u32(funnelNeon(vextq_u32(dm, zero, 3 - T), vextq_u32(dm, zero, 4 - T), shifts),
                    vextq_u32(pm, zero, 3 - T));
 }
 
 uint32x4_t lastLaneMask(uint32_t mask) { return vsetq_lane_u32(mask, vdupq_n_u32(kAllOnes), 3); }
-
-uint8x16_t addBitCounts(uint8x16_t lanes, uint32x4_t x) {
-  return vaddq_u8(lanes, vcntq_u8(vreinterpretq_u8_u32(x)));
-}
-
-uint32x4_t widenLanes(uint32x4_t totals, uint8x16_t lanes) {
-  return vpadalq_u16(totals, vpaddlq_u8(lanes));
-}
 
 // Block view of the count, as the per-candidate count makes it: body blocks of
 // four words from word 0 (word 0's masks applied to the compared word), then
@@ -312,9 +266,9 @@ uint32x4_t widenLanes(uint32x4_t totals, uint8x16_t lanes) {
 // The body's funnel: with the shift an immediate (U > 0) a shift and a
 // shift-right-and-insert, else lane shifts by the run-time amount.
 template <int U>
-uint32x4_t funnelBy(uint32x4_t cur, uint32x4_t next, int32x4_t left, int32x4_t right) {
+uint32x4_t funnelBy(uint32x4_t cur, uint32x4_t next, FunnelShifts shifts) {
   if constexpr (U == 0) {
-    return funnelNeon(cur, next, left, right);
+    return funnelNeon(cur, next, shifts);
   } else {
     return vsriq_n_u32(vshlq_n_u32(cur, U), next, 32 - U);
   }
@@ -325,8 +279,7 @@ void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
   const CountPlan &z = c.zero, &n = c.negative, &pos = c.positive;
   const int32_t W = z.pitch, blocks = z.bodyBlocks;
   const uint32_t *S = pos.displaced, *R = pos.plain;
-  const int32x4_t left = vdupq_n_s32(pos.shift), right = vdupq_n_s32(pos.shift - 32);
-  const int32x4_t still = vdupq_n_s32(0), cleared = vdupq_n_s32(-32);
+  const FunnelShifts shifts = funnelTowardsBit31(pos.shift), still = funnelTowardsBit31(0);
   const uint32x4_t ones = vdupq_n_u32(kAllOnes);
   const uint32x4_t firstZero = vsetq_lane_u32(0x7FFFFFFFu, ones, 0);
   const uint32x4_t firstRight = vsetq_lane_u32(kAllOnes >> pos.shift, ones, 0);
@@ -339,40 +292,37 @@ void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
     uint32x4_t sn = vld1q_u32(s + 1), rn = vld1q_u32(r + 1);
     uint8x16_t lanes0 = vcntq_u8(vreinterpretq_u8_u32(vandq_u32(veorq_u32(sv, rv), firstZero)));
     uint8x16_t lanesLeft =
-        vcntq_u8(vreinterpretq_u8_u32(veorq_u32(funnelBy<U>(rv, rn, left, right), sv)));
-    uint8x16_t lanesRight = vcntq_u8(vreinterpretq_u8_u32(
-        vandq_u32(veorq_u32(funnelBy<U>(sv, sn, left, right), rv), firstRight)));
+        vcntq_u8(vreinterpretq_u8_u32(veorq_u32(funnelBy<U>(rv, rn, shifts), sv)));
+    uint8x16_t lanesRight = vcntq_u8(
+        vreinterpretq_u8_u32(vandq_u32(veorq_u32(funnelBy<U>(sv, sn, shifts), rv), firstRight)));
     for (int32_t b = 1; b < blocks; ++b) {
       const uint32_t *sb = s + 4 * b, *rb = r + 4 * b;
       sv = vld1q_u32(sb);
       sn = vld1q_u32(sb + 1);
       rv = vld1q_u32(rb);
       rn = vld1q_u32(rb + 1);
-      lanes0 = addBitCounts(lanes0, veorq_u32(sv, rv));
-      lanesLeft = addBitCounts(lanesLeft, veorq_u32(funnelBy<U>(rv, rn, left, right), sv));
-      lanesRight = addBitCounts(lanesRight, veorq_u32(funnelBy<U>(sv, sn, left, right), rv));
+      lanes0 = addBitCountsNeon(lanes0, veorq_u32(sv, rv));
+      lanesLeft = addBitCountsNeon(lanesLeft, veorq_u32(funnelBy<U>(rv, rn, shifts), sv));
+      lanesRight = addBitCountsNeon(lanesRight, veorq_u32(funnelBy<U>(sv, sn, shifts), rv));
     }
     if (T != 0) {
       const uint32x4_t sv = vld1q_u32(s + W - 5), rv = vld1q_u32(r + W - 5);
-      lanes0 =
-          addBitCounts(lanes0, tailBlockNeon<T>(sv, rv, lastLaneMask(z.lastMaskDisplaced),
-                                                lastLaneMask(z.lastMaskPlain), still, cleared));
+      lanes0 = addBitCountsNeon(lanes0, tailBlockNeon<T>(sv, rv, lastLaneMask(z.lastMaskDisplaced),
+                                                         lastLaneMask(z.lastMaskPlain), still));
       lanesLeft =
-          addBitCounts(lanesLeft, tailBlockNeon<T>(rv, sv, lastLaneMask(n.lastMaskDisplaced),
-                                                   lastLaneMask(n.lastMaskPlain), left, right));
+          addBitCountsNeon(lanesLeft, tailBlockNeon<T>(rv, sv, lastLaneMask(n.lastMaskDisplaced),
+                                                       lastLaneMask(n.lastMaskPlain), shifts));
       lanesRight =
-          addBitCounts(lanesRight, tailBlockNeon<T>(sv, rv, lastLaneMask(pos.lastMaskDisplaced),
-                                                    lastLaneMask(pos.lastMaskPlain), left, right));
+          addBitCountsNeon(lanesRight, tailBlockNeon<T>(sv, rv, lastLaneMask(pos.lastMaskDisplaced),
+                                                        lastLaneMask(pos.lastMaskPlain), shifts));
     }
-    total0 = widenLanes(total0, lanes0);
-    totalLeft = widenLanes(totalLeft, lanesLeft);
-    totalRight = widenLanes(totalRight, lanesRight);
+    total0 = widenLanesNeon(total0, lanes0);
+    totalLeft = widenLanesNeon(totalLeft, lanesLeft);
+    totalRight = widenLanesNeon(totalRight, lanesRight);
   }
-  const uint32x4_t totals[3] = {total0, totalLeft, totalRight};
-  for (int k = 0; k < 3; ++k) {
-    const uint32x2_t half = vadd_u32(vget_low_u32(totals[k]), vget_high_u32(totals[k]));
-    counts[k] = vget_lane_u32(vpadd_u32(half, half), 0);
-  }
+  counts[0] = addAcrossNeon(total0);
+  counts[1] = addAcrossNeon(totalLeft);
+  counts[2] = addAcrossNeon(totalRight);
 }
 
 template <int U>
@@ -418,7 +368,7 @@ bool scoreCandidates(const AlignContext *ctx, int32_t level, int32_t scores[9]) 
 
 }  // namespace
 
-int32_t xorTwoPyramidPortable(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx) {
+int32_t countCandidatePortable(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx) {
   CountPlan plan;
   if (!makePlan(ctx, level, dy, dx, &plan)) return 0;
   uint32_t scratchD[8] = {}, scratchP[8] = {};
@@ -432,18 +382,17 @@ int32_t xorTwoPyramidPortable(const AlignContext *ctx, int32_t level, int32_t dy
 }
 
 #if VIDEOHDR_HAVE_NEON
-int32_t xorTwoPyramidNeon(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx) {
+int32_t countCandidateNeon(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx) {
   CountPlan plan;
   if (!makePlan(ctx, level, dy, dx, &plan)) return 0;
   alignas(16) uint32_t scratchD[8] = {}, scratchP[8] = {};
   uint32x4_t totals = vdupq_n_u32(0);
   for (int32_t y = 0; y < plan.rows; ++y) {
     const ptrdiff_t offset = static_cast<ptrdiff_t>(y) * plan.pitch;
-    totals = vaddq_u32(totals, countRowNeon(plan, plan.displaced + offset, plan.plain + offset,
-                                            scratchD, scratchP));
+    totals = widenLanesNeon(totals, countRowNeon(plan, plan.displaced + offset, plan.plain + offset,
+                                                 scratchD, scratchP));
   }
-  const uint32x2_t half = vadd_u32(vget_low_u32(totals), vget_high_u32(totals));
-  return static_cast<int32_t>(vget_lane_u32(vpadd_u32(half, half), 0));
+  return static_cast<int32_t>(addAcrossNeon(totals));
 }
 #endif
 
@@ -471,11 +420,7 @@ extern "C" {
 
 int32_t xorTwoPyramid_New(AlignContext *context, int32_t /*ignored1*/, int32_t /*ignored2*/,
                           int32_t level, int32_t dy, int32_t dx) {
-#if VIDEOHDR_NATIVE_NEON
-  return videohdr::xorTwoPyramidNeon(context, level, dy, dx);
-#else
-  return videohdr::xorTwoPyramidPortable(context, level, dy, dx);
-#endif
+  return videohdr::kKernels.score.countCandidate(context, level, dy, dx);
 }
 
 void shiftPyramid(AlignContext *context, int32_t level) {
@@ -485,11 +430,7 @@ void shiftPyramid(AlignContext *context, int32_t level) {
   // Strictly less: a tie goes to the candidate tried first, so (0, 0) wins
   // every tie it takes part in.
   int32_t scores[9];
-#if VIDEOHDR_NATIVE_NEON
-  const bool scored = videohdr::scoreNineCandidatesNeon(context, level, scores);
-#else
-  const bool scored = videohdr::scoreNineCandidatesPortable(context, level, scores);
-#endif
+  const bool scored = videohdr::kKernels.score.scoreNineCandidates(context, level, scores);
   if (!scored) {
     for (int i = 0; i < 9; ++i)
       scores[i] = xorTwoPyramid_New(context, 0, 0, level, offsets[i / 3], offsets[i % 3]);

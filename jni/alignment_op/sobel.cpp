@@ -3,9 +3,10 @@
 // coverage and 16-bit lane sums, which Back uses to compare sharpness.
 #include <cstddef>
 
+#include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
-#include "extra_ops.h"
+#include "score_ops.h"
 
 namespace {
 
@@ -129,11 +130,7 @@ double Sobel(const uint8_t *image, int32_t width, int32_t height) {
 }
 
 double Sobel_Neon(const uint8_t *image, int32_t width, int32_t height) {
-#if VIDEOHDR_NATIVE_NEON
-  return videohdr::sobelBlockSumNeon(image, width, height);
-#else
-  return videohdr::sobelBlockSumPortable(image, width, height);
-#endif
+  return videohdr::kKernels.score.sobelBlockSum(image, width, height);
 }
 
 }  // extern "C"

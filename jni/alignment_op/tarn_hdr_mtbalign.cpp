@@ -1,15 +1,29 @@
 // Alignment parameters, the alignment context and its single workspace, the
 // alignment driver, and the release of the alignment state.
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
-#include "../byte_copy.h"
 #include "../hdr_log.h"
+#include "../kernels.h"
 #include "../videohdr.h"
 #include "align_internal.h"
 #include "bitmap_ops.h"
-#include "search_ops.h"
+#include "score_ops.h"
+
+// On 32-bit targets the records keep the word layout that camera
+// integrations were built against.
+static_assert(sizeof(void *) != 4 || sizeof(AlignContext) == 212, "53 words");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, prevImage) == 36, "word 9");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, scratchPlane0) == 84, "word 21");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, histTable0) == 140, "word 35");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, histTable3) == 168, "word 42");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, lastCount) == 172, "word 43");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, countHistory) == 196, "word 49");
+static_assert(sizeof(void *) != 4 || offsetof(AlignContext, ready) == 208, "word 52");
+static_assert(sizeof(AlignConfig) == 24 && offsetof(AlignConfig, stride) == 4, "6 words");
 
 namespace {
 
@@ -25,14 +39,8 @@ constexpr int32_t kDefaultSearchStep = 2;
 constexpr int32_t kDefaultMaxThreshold = 240;
 constexpr int32_t kDefaultMinThreshold = 10;
 
-// The fixed head of the workspace: 212 free bytes, the five-float history,
-// five per-level int arrays for four levels, three 1,024-byte tables and the
-// 1,028-byte mapping table.
-constexpr uint32_t kHeadFreeBytes = 212;
-constexpr uint32_t kHistoryBytes = 20;
-constexpr uint32_t kFixedBytes = 4412;
-constexpr uint32_t kHistTableBytes = 1024;
-constexpr uint32_t kMapTableBytes = 1028;
+// The workspace is always sized for the largest pyramid.
+constexpr int32_t kMaxLevels = 4;
 
 // Copies the parameter record into the context (the record's 16-bit width and
 // height are what the context keeps).
@@ -80,64 +88,121 @@ int32_t takeImagesAndThreshold(AlignContext *ctx, const uint8_t *prevFrame,
   videohdr::carveWorkspace(ctx);
   const size_t P =
       static_cast<size_t>(static_cast<uint32_t>(ctx->width) * static_cast<uint32_t>(ctx->height));
-  const uint32_t sumPrev = videohdr::copyLumaAndSum(ctx->prevImage[0], prevFrame, P);
-  const uint32_t sumCur = videohdr::copyLumaAndSum(ctx->curImage[0], curFrame, P);
+  const auto copyAndSum = videohdr::kKernels.copy.copyAndSum;
+  const uint32_t sumPrev = copyAndSum(ctx->prevImage[0], prevFrame, P);
+  const uint32_t sumCur = copyAndSum(ctx->curImage[0], curFrame, P);
   return videohdr::threshBitmapFromSums(ctx, ctx->maxThreshold, ctx->minThreshold,
                                         static_cast<int32_t>(sumPrev),
                                         static_cast<int32_t>(sumCur));
 }
 
-template <typename T>
-T *carve(uint8_t *base, uint32_t &offset, uint32_t bytes) {
-  T *p = reinterpret_cast<T *>(base + offset);
-  offset += bytes;
-  return p;
+// The context field a region's start goes to, and back: a pointer field, or
+// the level's entry of an array of four.
+template <auto Field>
+using FieldType = std::remove_reference_t<decltype(std::declval<AlignContext &>().*Field)>;
+
+template <auto Field>
+void place(AlignContext &ctx, int32_t level, uint8_t *start) {
+  using T = FieldType<Field>;
+  if constexpr (std::is_array_v<T>) {
+    (ctx.*Field)[level] = reinterpret_cast<std::remove_extent_t<T>>(start);
+  } else {
+    ctx.*Field = reinterpret_cast<T>(start);
+  }
+}
+
+template <auto Field>
+const void *startOf(const AlignContext &ctx, int32_t level) {
+  if constexpr (std::is_array_v<FieldType<Field>>) {
+    return (ctx.*Field)[level];
+  } else {
+    return ctx.*Field;
+  }
+}
+
+template <auto Field>
+constexpr videohdr::WorkspaceRegion region(const char *name, videohdr::RegionSize size) {
+  using T = FieldType<Field>;
+  using Element = std::remove_pointer_t<std::remove_extent_t<T>>;
+  return {name, size, std::is_array_v<T>, alignof(Element), place<Field>, startOf<Field>};
 }
 
 }  // namespace
 
 namespace videohdr {
 
+// The order is part of the library's results, not only of its addresses:
+// ThreshBitmap's sums read up to 7 bytes past the last grey-image row, into
+// the next region, and Sobel_Neon reads one byte past the blend buffer, which
+// is why that buffer is last and the allocation's slack follows it.
+const WorkspaceRegion kWorkspaceLayout[] = {
+    region<&AlignContext::countHistory>("countHistory", RegionSize::History),
+    region<&AlignContext::levelWidth>("levelWidth", RegionSize::LevelArray),
+    region<&AlignContext::levelHeight>("levelHeight", RegionSize::LevelArray),
+    region<&AlignContext::levelPitch>("levelPitch", RegionSize::LevelArray),
+    region<&AlignContext::levelDx>("levelDx", RegionSize::LevelArray),
+    region<&AlignContext::levelDy>("levelDy", RegionSize::LevelArray),
+    region<&AlignContext::prevImage>("prevImage", RegionSize::Image),
+    region<&AlignContext::curImage>("curImage", RegionSize::Image),
+    region<&AlignContext::spareImage>("spareImage", RegionSize::Image),
+    region<&AlignContext::prevBitmap>("prevBitmap", RegionSize::Bitmap),
+    region<&AlignContext::curBitmap>("curBitmap", RegionSize::Bitmap),
+    region<&AlignContext::movedBitmap>("movedBitmap", RegionSize::Bitmap),
+    region<&AlignContext::histTable0>("histTable0", RegionSize::HistTable),
+    region<&AlignContext::histTable1>("histTable1", RegionSize::HistTable),
+    region<&AlignContext::histTable2>("histTable2", RegionSize::HistTable),
+    region<&AlignContext::histTable3>("histTable3", RegionSize::MapTable),
+    region<&AlignContext::scratchPlane0>("scratchPlane0", RegionSize::Image),
+    region<&AlignContext::scratchPlane1>("scratchPlane1", RegionSize::Image),
+    region<&AlignContext::scratchPlane2>("scratchPlane2", RegionSize::Image),
+    region<&AlignContext::scratchPlane3>("scratchPlane3", RegionSize::Image),
+    region<&AlignContext::scratchPlane4>("scratchPlane4", RegionSize::ImageAndHalf),
+    region<&AlignContext::scratchPlane5>("scratchPlane5", RegionSize::Image),
+};
+const size_t kWorkspaceRegionCount = sizeof kWorkspaceLayout / sizeof kWorkspaceLayout[0];
+
+uint32_t regionBytes(RegionSize size, const RegionGeometry &g) {
+  switch (size) {
+    case RegionSize::History:
+      return 5 * sizeof(float);
+    case RegionSize::LevelArray:
+      return g.levelArray;
+    case RegionSize::Image:
+      return g.image;
+    case RegionSize::Bitmap:
+      return g.bitmap;
+    case RegionSize::HistTable:
+      return 256 * sizeof(uint32_t);
+    case RegionSize::MapTable:
+      return 257 * sizeof(uint32_t);
+    case RegionSize::ImageAndHalf:
+      return (3u * g.image) >> 1;
+  }
+  return 0;
+}
+
 // InitPara's carving and level geometry, without its two image copies.
 void carveWorkspace(AlignContext *context) {
-  AlignContext *c = context;
-  const int32_t L = c->levels;
-  const int32_t w = c->width;
-  const int32_t h = c->height;
-  const uint32_t P = static_cast<uint32_t>(w) * static_cast<uint32_t>(h);
+  AlignContext &c = *context;
+  const int32_t L = c.levels;
+  const int32_t w = c.width;
+  const int32_t h = c.height;
   const uint32_t W = static_cast<uint32_t>(w + 63) >> 5;
-  const uint32_t bitmapRegion = 16u * W * static_cast<uint32_t>(h + 1);
-  const uint32_t levelArray = 4u * static_cast<uint32_t>(L);
-  uint8_t *base = c->workBuf;
-
-  uint32_t off = kHeadFreeBytes;
-  c->countHistory = carve<float>(base, off, kHistoryBytes);
-  c->levelWidth = carve<int32_t>(base, off, levelArray);
-  c->levelHeight = carve<int32_t>(base, off, levelArray);
-  c->levelPitch = carve<int32_t>(base, off, levelArray);
-  c->levelDx = carve<int32_t>(base, off, levelArray);
-  c->levelDy = carve<int32_t>(base, off, levelArray);
-  for (int32_t l = 0; l < L; ++l) c->prevImage[l] = carve<uint8_t>(base, off, P);
-  for (int32_t l = 0; l < L; ++l) c->curImage[l] = carve<uint8_t>(base, off, P);
-  for (int32_t l = 0; l < L; ++l) c->spareImage[l] = carve<uint8_t>(base, off, P);
-  for (int32_t l = 0; l < L; ++l) c->prevBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
-  for (int32_t l = 0; l < L; ++l) c->curBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
-  for (int32_t l = 0; l < L; ++l) c->movedBitmap[l] = carve<uint32_t>(base, off, bitmapRegion);
-  c->histTable0 = carve<uint32_t>(base, off, kHistTableBytes);
-  c->histTable1 = carve<uint32_t>(base, off, kHistTableBytes);
-  c->histTable2 = carve<uint32_t>(base, off, kHistTableBytes);
-  c->histTable3 = carve<uint32_t>(base, off, kMapTableBytes);
-  c->scratchPlane0 = carve<uint8_t>(base, off, P);
-  c->scratchPlane1 = carve<uint8_t>(base, off, P);
-  c->scratchPlane2 = carve<uint8_t>(base, off, P);
-  c->scratchPlane3 = carve<uint8_t>(base, off, P);
-  c->scratchPlane4 = carve<uint8_t>(base, off, (3u * P) >> 1);
-  c->scratchPlane5 = carve<uint8_t>(base, off, P);
-
+  const RegionGeometry g = {static_cast<uint32_t>(w) * static_cast<uint32_t>(h),
+                            16u * W * static_cast<uint32_t>(h + 1), 4u * static_cast<uint32_t>(L)};
+  uint32_t offset = kWorkspaceHeadBytes;
+  for (size_t i = 0; i < kWorkspaceRegionCount; ++i) {
+    const WorkspaceRegion &r = kWorkspaceLayout[i];
+    const uint32_t bytes = regionBytes(r.size, g);
+    for (int32_t l = 0; l < (r.perLevel ? L : 1); ++l) {
+      r.place(c, l, c.workBuf + offset);
+      offset += bytes;
+    }
+  }
   for (int32_t l = 0; l < L; ++l) {
-    c->levelWidth[l] = w >> l;
-    c->levelHeight[l] = h >> l;
-    c->levelPitch[l] = (((w >> l) + 63) >> 5) * 4;
+    c.levelWidth[l] = w >> l;
+    c.levelHeight[l] = h >> l;
+    c.levelPitch[l] = (((w >> l) + 63) >> 5) * 4;
   }
 }
 
@@ -160,15 +225,20 @@ int32_t initAlignPara(AlignConfig *config, uint16_t width, uint16_t height, int3
   return 1;
 }
 
-// workSize = 4412 + 17P + (3P >> 1) + W (192 + 192 h), P = w h, W = (w + 63) >> 5,
-// in 32-bit unsigned arithmetic (the halving is a logical shift).
+// The layout's regions for four levels, in 32-bit unsigned arithmetic that
+// wraps: 4412 + 17P + (3P >> 1) + W (192 + 192 h), P = w h, W = (w + 63) >> 5.
 int32_t calCpuDataAlignMem(AlignContext *context, uint32_t *size) {
-  uint32_t w = static_cast<uint32_t>(context->width);
-  uint32_t h = static_cast<uint32_t>(context->height);
-  uint32_t P = w * h;
+  const uint32_t h = static_cast<uint32_t>(context->height);
   // 64-bit so that no width overflows the rounding; the shift stays arithmetic.
-  uint32_t W = static_cast<uint32_t>((int64_t{context->width} + 63) >> 5);
-  *size = kFixedBytes + 17u * P + ((3u * P) >> 1) + W * (192u + 192u * h);
+  const uint32_t W = static_cast<uint32_t>((int64_t{context->width} + 63) >> 5);
+  const videohdr::RegionGeometry g = {static_cast<uint32_t>(context->width) * h, 16u * W * (h + 1),
+                                      4u * kMaxLevels};
+  uint32_t total = videohdr::kWorkspaceHeadBytes;
+  for (size_t i = 0; i < videohdr::kWorkspaceRegionCount; ++i) {
+    const videohdr::WorkspaceRegion &r = videohdr::kWorkspaceLayout[i];
+    total += videohdr::regionBytes(r.size, g) * (r.perLevel ? kMaxLevels : 1);
+  }
+  *size = total;
   return 1;
 }
 
@@ -205,8 +275,9 @@ void InitPara(AlignContext *context, const uint8_t *prevFrame, const uint8_t *cu
   videohdr::carveWorkspace(context);
   const size_t P = static_cast<size_t>(static_cast<uint32_t>(context->width) *
                                        static_cast<uint32_t>(context->height));
-  videohdr::copyBytes(context->prevImage[0], prevFrame, P);
-  videohdr::copyBytes(context->curImage[0], curFrame, P);
+  const auto copyBytes = videohdr::kKernels.copy.copyBytes;
+  copyBytes(context->prevImage[0], prevFrame, P);
+  copyBytes(context->curImage[0], curFrame, P);
 }
 
 int32_t AlignProcess(VideoHdrHandle *handle, uint8_t *curFrame, uint8_t *prevFrame,

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
 #include "bitmap_ops.h"
@@ -170,15 +171,6 @@ uint32_t sumLumaPortable(const uint8_t *image, int32_t w, int32_t h) {
 
 bool lumaSumIsPlain(int32_t w) { return w % 8 == 0 && w <= kWidestUnwrappedRow; }
 
-uint32_t copyLumaAndSumPortable(uint8_t *dst, const uint8_t *src, size_t n) {
-  uint32_t sum = 0;
-  for (size_t i = 0; i < n; ++i) {
-    dst[i] = src[i];
-    sum += src[i];
-  }
-  return sum;
-}
-
 void packThresholdBitsPortable(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                                uint32_t *bitmap) {
   packRows<packBlocksPortable>(image, w, h, threshold, bitmap);
@@ -193,62 +185,11 @@ uint32_t sumLumaNeon(const uint8_t *image, int32_t w, int32_t h) {
          vgetq_lane_u32(totals, 3);
 }
 
-// 64 bytes per step, moved by de-interleaving loads and the matching stores
-// and added pairwise into 16-bit lanes, which take eight bytes a step and are
-// widened every 32 steps (at most 256 bytes of 255 each).
-uint32_t copyLumaAndSumNeon(uint8_t *dst, const uint8_t *src, size_t n) {
-  constexpr size_t kStepsPerWidening = 32;
-  uint32x4_t totals = vdupq_n_u32(0);
-  size_t steps = n / 64;
-  while (steps != 0) {
-    const size_t chunk = steps < kStepsPerWidening ? steps : kStepsPerWidening;
-    steps -= chunk;
-    uint16x8_t lanes = vdupq_n_u16(0);
-    for (size_t k = 0; k < chunk; ++k) {
-      const uint8x16x2_t a = vld2q_u8(src), b = vld2q_u8(src + 32);
-      vst2q_u8(dst, a);
-      vst2q_u8(dst + 32, b);
-      lanes = vpadalq_u8(vpadalq_u8(lanes, a.val[0]), a.val[1]);
-      lanes = vpadalq_u8(vpadalq_u8(lanes, b.val[0]), b.val[1]);
-      src += 64;
-      dst += 64;
-    }
-    totals = vpadalq_u16(totals, lanes);
-  }
-  const uint32_t head = vgetq_lane_u32(totals, 0) + vgetq_lane_u32(totals, 1) +
-                        vgetq_lane_u32(totals, 2) + vgetq_lane_u32(totals, 3);
-  return head + copyLumaAndSumPortable(dst, src, n % 64);
-}
-
 void packThresholdBitsNeon(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                            uint32_t *bitmap) {
   packRows<packBlocksNeon>(image, w, h, threshold, bitmap);
 }
 #endif
-
-}  // namespace videohdr
-
-namespace {
-
-#if VIDEOHDR_NATIVE_NEON
-constexpr auto sumLuma = videohdr::sumLumaNeon;
-constexpr auto packThresholdBits = videohdr::packThresholdBitsNeon;
-#else
-constexpr auto sumLuma = videohdr::sumLumaPortable;
-constexpr auto packThresholdBits = videohdr::packThresholdBitsPortable;
-#endif
-
-}  // namespace
-
-namespace videohdr {
-
-uint32_t copyLumaAndSum(uint8_t *dst, const uint8_t *src, size_t n) {
-#if VIDEOHDR_NATIVE_NEON
-  return copyLumaAndSumNeon(dst, src, n);
-#else
-  return copyLumaAndSumPortable(dst, src, n);
-#endif
-}
 
 int32_t threshBitmapFromSums(AlignContext *context, int32_t maxThreshold, int32_t minThreshold,
                              int32_t sumPrev, int32_t sumCur) {
@@ -262,10 +203,9 @@ int32_t threshBitmapFromSums(AlignContext *context, int32_t maxThreshold, int32_
   const int32_t thrPrev = clampThreshold(sumPrev / pixels, maxThreshold, minThreshold);
   const int32_t thrCur = clampThreshold(sumCur / pixels, maxThreshold, minThreshold);
   // The comparison is against the threshold's low byte.
-  packThresholdBits(context->prevImage[0], w, h, static_cast<uint8_t>(thrPrev),
-                    context->prevBitmap[0]);
-  packThresholdBits(context->curImage[0], w, h, static_cast<uint8_t>(thrCur),
-                    context->curBitmap[0]);
+  const auto pack = kKernels.bitmap.packThresholdBits;
+  pack(context->prevImage[0], w, h, static_cast<uint8_t>(thrPrev), context->prevBitmap[0]);
+  pack(context->curImage[0], w, h, static_cast<uint8_t>(thrCur), context->curBitmap[0]);
   return sumPrev > sumCur ? 1 : 0;
 }
 
@@ -275,6 +215,7 @@ extern "C" int32_t ThreshBitmap(AlignContext *context, int32_t maxThreshold, int
   const int32_t w = context->width;
   const int32_t h = context->height;
   if (w < 1 || h < 1) return 0;  // no pixels, and no mean to divide out
+  const auto sumLuma = videohdr::kKernels.bitmap.sumLuma;
   const int32_t sumPrev = static_cast<int32_t>(sumLuma(context->prevImage[0], w, h));
   const int32_t sumCur = static_cast<int32_t>(sumLuma(context->curImage[0], w, h));
   return videohdr::threshBitmapFromSums(context, maxThreshold, minThreshold, sumPrev, sumCur);

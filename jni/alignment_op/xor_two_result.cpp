@@ -8,37 +8,21 @@
 // counted. Its edge handling therefore stays separate from the search's.
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
+#include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
-#include "extra_ops.h"
+#include "bit_rows.h"
+#include "score_ops.h"
 
 namespace {
 
-constexpr int32_t kBlockWords = 4;
-
-uint32_t popcount32(uint32_t x) { return static_cast<uint32_t>(__builtin_popcount(x)); }
-
-// Word i of `row` moved `shift` bits towards bit 31, the low bits coming from
-// word i + 1: pixel x + shift lands at position x.
-uint32_t funnel(const uint32_t *row, int32_t i, int32_t shift) {
-  if (shift == 0) return row[i];
-  return (row[i] << shift) | (row[i + 1] >> (32 - shift));
-}
-
-// The last block of a row holds fewer than four words: they are copied into a
-// zeroed scratch block so that it counts like a whole one. A displaced row
-// also gets the word after them, kept in its top `shift` bits only: it feeds
-// the funnel of the last copied word and funnels to 0 itself. `scratch` is
-// zeroed once per call; only the first partial + 1 words are ever written.
-void fillScratch(uint32_t *scratch, const uint32_t *row, int32_t partial, int32_t shift) {
-  std::memcpy(scratch, row, static_cast<size_t>(partial) * sizeof(uint32_t));
-  if (shift != 0) scratch[partial] = row[partial] & ~(~0u >> shift);
-}
+using videohdr::kBlockWords;
 
 // What a per-row partial block needs: the two scratch blocks (zeroed once)
-// and where the partial words start.
+// and where the partial words start. A displaced row's block also gets the
+// word after its partial words, kept in its top `shift` bits only: it feeds
+// the funnel of the last copied word and funnels to 0 itself.
 struct PartialBlock {
   uint32_t displaced[2 * kBlockWords] = {0};
   uint32_t other[2 * kBlockWords] = {0};
@@ -47,24 +31,11 @@ struct PartialBlock {
   explicit PartialBlock(int32_t totalWords)
       : start(totalWords & ~(kBlockWords - 1)), words(totalWords & (kBlockWords - 1)) {}
   void load(const uint32_t *displacedRow, const uint32_t *otherRow, int32_t shift) {
-    fillScratch(displaced, displacedRow + start, words, shift);
-    fillScratch(other, otherRow + start, words, 0);
+    const uint32_t partnerBits = shift == 0 ? 0 : ~(~0u >> shift);
+    videohdr::loadPartialBlock(displaced, displacedRow + start, words, partnerBits);
+    videohdr::loadPartialBlock(other, otherRow + start, words, 0);
   }
 };
-
-// Adds the per-byte bit counts of one 16-byte block's XOR into the sixteen
-// 8-bit lanes (byte b of word k goes to lane 4k + b, as in memory on a
-// little-endian machine). The lanes wrap at 256.
-void addBlockPortable(const uint32_t *displaced, const uint32_t *other, int32_t shift,
-                      uint8_t lanes[16]) {
-  for (int32_t k = 0; k < kBlockWords; ++k) {
-    const uint32_t x = funnel(displaced, k, shift) ^ other[k];
-    for (int32_t b = 0; b < 4; ++b) {
-      const uint8_t byteCount = static_cast<uint8_t>(popcount32((x >> (8 * b)) & 0xFFu));
-      lanes[4 * k + b] = static_cast<uint8_t>(lanes[4 * k + b] + byteCount);
-    }
-  }
-}
 
 // Where the per-row full-word count stops, which word is the edge word and
 // which of the undisplaced side's bits it keeps.
@@ -111,13 +82,12 @@ void countXorBlocksPortable(const uint32_t *displaced, const uint32_t *other, in
 
 namespace {
 
-uint8x16_t blockBitCountsNeon(const uint32_t *displaced, const uint32_t *other, int32_t shift) {
+// The word after the block is loaded only for a displaced row (shift != 0).
+uint8x16_t addBlockNeon(uint8x16_t lanes, const uint32_t *displaced, const uint32_t *other,
+                        int32_t shift) {
   uint32x4_t s = vld1q_u32(displaced);
-  if (shift != 0) {
-    const uint32x4_t next = vld1q_u32(displaced + 1);
-    s = vorrq_u32(vshlq_u32(s, vdupq_n_s32(shift)), vshlq_u32(next, vdupq_n_s32(shift - 32)));
-  }
-  return vcntq_u8(vreinterpretq_u8_u32(veorq_u32(s, vld1q_u32(other))));
+  if (shift != 0) s = funnelNeon(s, vld1q_u32(displaced + 1), funnelTowardsBit31(shift));
+  return addBitCountsNeon(lanes, veorq_u32(s, vld1q_u32(other)));
 }
 
 }  // namespace
@@ -131,12 +101,12 @@ void countXorBlocksNeon(const uint32_t *displaced, const uint32_t *other, int32_
     const uint32_t *t = other + static_cast<ptrdiff_t>(y) * pitchWords;
     uint8x16_t lanes = vdupq_n_u8(0);  // wraps past 31 blocks per row
     for (int32_t i = 0; i < partial.start; i += kBlockWords)
-      lanes = vaddq_u8(lanes, blockBitCountsNeon(s + i, t + i, shift));
+      lanes = addBlockNeon(lanes, s + i, t + i, shift);
     if (partial.words != 0) {
       partial.load(s, t, shift);
-      lanes = vaddq_u8(lanes, blockBitCountsNeon(partial.displaced, partial.other, shift));
+      lanes = addBlockNeon(lanes, partial.displaced, partial.other, shift);
     }
-    sums = vpadalq_u16(sums, vpaddlq_u8(lanes));
+    sums = widenLanesNeon(sums, lanes);
   }
   vst1q_u32(totals, sums);
 }
@@ -171,19 +141,16 @@ extern "C" float xorTwoResult(AlignContext *context, int32_t /*ignored1*/, int32
   if (shift != 0) edge = edgeWordFor(width, pitchWords, shift);
 
   uint32_t totals[4];
-#if VIDEOHDR_NATIVE_NEON
-  videohdr::countXorBlocksNeon(displaced, other, pitchWords, rows, edge.index, shift, totals);
-#else
-  videohdr::countXorBlocksPortable(displaced, other, pitchWords, rows, edge.index, shift, totals);
-#endif
+  videohdr::kKernels.score.countXorBlocks(displaced, other, pitchWords, rows, edge.index, shift,
+                                          totals);
 
   float edgeTotal = 0.0f;
   if (shift != 0) {
     for (int32_t y = 0; y < rows; ++y) {
       const uint32_t *s = displaced + static_cast<ptrdiff_t>(y) * pitchWords;
       const uint32_t *t = other + static_cast<ptrdiff_t>(y) * pitchWords;
-      const uint32_t x = funnel(s, edge.index, shift) ^ (t[edge.index] & edge.mask);
-      edgeTotal += static_cast<float>(popcount32(x));
+      const uint32_t x = videohdr::funnelAt(s + edge.index, shift) ^ (t[edge.index] & edge.mask);
+      edgeTotal += static_cast<float>(videohdr::bitCount(x));
     }
   }
   const uint32_t wholeWords = totals[0] + totals[1] + totals[2] + totals[3];

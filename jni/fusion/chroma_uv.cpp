@@ -3,6 +3,8 @@
 // component comes first is the caller's business.
 #include <cstdint>
 
+#include "../any_row.h"
+#include "../kernels.h"
 #include "../simd.h"
 #include "plane_ops.h"
 #include "videohdr.h"
@@ -12,17 +14,16 @@ namespace {
 
 constexpr int32_t kPairBlock = 16;  // pairs per vector block
 
-// Pair loops over [first, pairs) of one row; the vector variants finish the
-// row with these after their whole blocks.
-void splitPairs(const uint8_t *uv, uint8_t *u, uint8_t *v, int32_t first, int32_t pairs) {
-  for (int32_t k = first; k < pairs; ++k) {
+// The portable rows: `pairs` pairs of one row.
+void splitPairs(const uint8_t *uv, uint8_t *u, uint8_t *v, int32_t pairs) {
+  for (int32_t k = 0; k < pairs; ++k) {
     u[k] = uv[2 * k];
     v[k] = uv[2 * k + 1];
   }
 }
 
-void joinPairs(const uint8_t *u, const uint8_t *v, uint8_t *uv, int32_t first, int32_t pairs) {
-  for (int32_t k = first; k < pairs; ++k) {
+void joinPairs(const uint8_t *u, const uint8_t *v, uint8_t *uv, int32_t pairs) {
+  for (int32_t k = 0; k < pairs; ++k) {
     uv[2 * k] = u[k];
     uv[2 * k + 1] = v[k];
   }
@@ -38,7 +39,7 @@ void extractUvPortable(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32
   if (height < 1 || pairs < 1) return;
   for (int32_t y = 0; y < height; ++y)
     splitPairs(planeRow(uvBuf, y, stride), planeRow(uBuf, y, stride >> 1),
-               planeRow(vBuf, y, stride >> 1), 0, pairs);
+               planeRow(vBuf, y, stride >> 1), pairs);
 }
 
 // `width` counts pairs; all three planes are tightly packed.
@@ -46,7 +47,7 @@ void combineUvPortable(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf,
                        int32_t height) {
   if (height < 1 || width < 1) return;
   for (int32_t y = 0; y < height; ++y)
-    joinPairs(planeRow(uBuf, y, width), planeRow(vBuf, y, width), planeRow(uvBuf, y, 2 * width), 0,
+    joinPairs(planeRow(uBuf, y, width), planeRow(vBuf, y, width), planeRow(uvBuf, y, 2 * width),
               width);
 }
 
@@ -55,33 +56,39 @@ void extractUvNeon(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t w
                    int32_t height, int32_t stride) {
   const int32_t pairs = width >> 1;
   if (height < 1 || pairs < 1) return;
-  const int32_t blockEnd = pairs - pairs % kPairBlock;
   for (int32_t y = 0; y < height; ++y) {
     const uint8_t *uv = planeRow(uvBuf, y, stride);
     uint8_t *u = planeRow(uBuf, y, stride >> 1);
     uint8_t *v = planeRow(vBuf, y, stride >> 1);
-    for (int32_t k = 0; k < blockEnd; k += kPairBlock) {
-      const uint8x16x2_t split = vld2q_u8(uv + 2 * k);
-      vst1q_u8(u + k, split.val[0]);
-      vst1q_u8(v + k, split.val[1]);
-    }
-    splitPairs(uv, u, v, blockEnd, pairs);
+    blocksThenRest(
+        wholeBlocks<kPairBlock>(pairs), pairs,
+        [=](int32_t end) {
+          for (int32_t k = 0; k < end; k += kPairBlock) {
+            const uint8x16x2_t split = vld2q_u8(uv + 2 * k);
+            vst1q_u8(u + k, split.val[0]);
+            vst1q_u8(v + k, split.val[1]);
+          }
+        },
+        [=](int32_t at, int32_t rest) { splitPairs(uv + 2 * at, u + at, v + at, rest); });
   }
 }
 
 void combineUvNeon(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
                    int32_t height) {
   if (height < 1 || width < 1) return;
-  const int32_t blockEnd = width - width % kPairBlock;
   for (int32_t y = 0; y < height; ++y) {
     const uint8_t *u = planeRow(uBuf, y, width);
     const uint8_t *v = planeRow(vBuf, y, width);
     uint8_t *uv = planeRow(uvBuf, y, 2 * width);
-    for (int32_t k = 0; k < blockEnd; k += kPairBlock) {
-      const uint8x16x2_t joined = {{vld1q_u8(u + k), vld1q_u8(v + k)}};
-      vst2q_u8(uv + 2 * k, joined);
-    }
-    joinPairs(u, v, uv, blockEnd, width);
+    blocksThenRest(
+        wholeBlocks<kPairBlock>(width), width,
+        [=](int32_t end) {
+          for (int32_t k = 0; k < end; k += kPairBlock) {
+            const uint8x16x2_t joined = {{vld1q_u8(u + k), vld1q_u8(v + k)}};
+            vst2q_u8(uv + 2 * k, joined);
+          }
+        },
+        [=](int32_t at, int32_t rest) { joinPairs(u + at, v + at, uv + 2 * at, rest); });
   }
 }
 #endif  // VIDEOHDR_HAVE_NEON
@@ -92,20 +99,12 @@ extern "C" {
 
 void extract_uvBuffer(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
                       int32_t height, int32_t stride) {
-#if VIDEOHDR_NATIVE_NEON
-  videohdr::extractUvNeon(uvBuf, uBuf, vBuf, width, height, stride);
-#else
-  videohdr::extractUvPortable(uvBuf, uBuf, vBuf, width, height, stride);
-#endif
+  videohdr::kKernels.plane.extractUv(uvBuf, uBuf, vBuf, width, height, stride);
 }
 
 void combine_uvBuffer(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
                       int32_t height) {
-#if VIDEOHDR_NATIVE_NEON
-  videohdr::combineUvNeon(uBuf, vBuf, uvBuf, width, height);
-#else
-  videohdr::combineUvPortable(uBuf, vBuf, uvBuf, width, height);
-#endif
+  videohdr::kKernels.plane.combineUv(uBuf, vBuf, uvBuf, width, height);
 }
 
 }  // extern "C"

@@ -1,7 +1,7 @@
 // Internal pieces of the exposure fusion kernel: the bright/dark choice, the
-// weight lookup, the two blends (each as a portable reference and a NEON
-// version with the same bytes), and the two whole-kernel variants built from
-// them and from the plane operations of plane_ops.h.
+// table of its row kernels (each with a portable and a NEON instance giving
+// the same bytes), and the whole kernel, which runs on the plane and row
+// kernels of the table set it is given.
 #ifndef VIDEOHDR_FUSION_EXPOSURE_FUSION_H
 #define VIDEOHDR_FUSION_EXPOSURE_FUSION_H
 
@@ -11,6 +11,8 @@
 #include "../videohdr.h"
 
 namespace videohdr {
+
+struct Kernels;
 
 struct ExposurePair {
   const uint8_t *bright;
@@ -23,22 +25,6 @@ struct ExposurePair {
 ExposurePair chooseBrightDark(const uint8_t *current, const uint8_t *previous, int32_t stride,
                               int32_t height);
 
-// weights[i] = table[min(a[i], b[i])] for i < count.
-void lookupWeightsPortable(const uint8_t *a, const uint8_t *b, const uint8_t *table,
-                           uint8_t *weights, int32_t count);
-
-// out[i] = (bright[i] * w + dark[i] * (255 - w)) >> 8 with w = weights[i], i < count.
-void blendLumaPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
-                       uint8_t *out, int32_t count);
-
-// One chroma row of `count` bytes in blocks of 16 starting at b = 0, 16, ...:
-// byte m of a block takes w = weights[b / 2 + (m & 7)], so both halves of a
-// block reuse the same eight weights, and
-// out[b + m] = (dark[b + m] * w + bright[b + m] * (255 - w)) >> 8.
-// A partial last block reads only the weights its bytes use.
-void blendChromaRowPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
-                            uint8_t *out, int32_t count);
-
 // A luma row pair (the second row `stride` bytes after the first) and the
 // chroma row between them.
 struct FrameRows {
@@ -50,23 +36,51 @@ struct OutputRows {
   uint8_t *chroma;
 };
 
-// Half-resolution weights straight from the frames (the lookup at the
-// positions the decimation keeps): row r of `weights` (pitch count) takes
-// table[min(bright[2c], dark[2c])] from row 2r of the frames (pitch stride),
-// for c < count and r < rows. The NEON version takes count a multiple of 16.
+struct FusionKernels {
+  // weights[i] = table[min(a[i], b[i])] for i < count.
+  void (*lookupWeights)(const uint8_t *a, const uint8_t *b, const uint8_t *table, uint8_t *weights,
+                        int32_t count);
+
+  // out[i] = (bright[i] * w + dark[i] * (255 - w)) >> 8 with w = weights[i], i < count.
+  void (*blendLuma)(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
+                    uint8_t *out, int32_t count);
+
+  // One chroma row of `count` bytes in blocks of 16 starting at b = 0, 16,
+  // ...: byte m of a block takes w = weights[b / 2 + (m & 7)], so both halves
+  // of a block reuse the same eight weights, and
+  // out[b + m] = (dark[b + m] * w + bright[b + m] * (255 - w)) >> 8.
+  // A partial last block reads only the weights its bytes use.
+  void (*blendChromaRow)(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
+                         uint8_t *out, int32_t count);
+
+  // Half-resolution weights straight from the frames (the lookup at the
+  // positions the decimation keeps): row r of `weights` (pitch count) takes
+  // table[min(bright[2c], dark[2c])] from row 2r of the frames (pitch
+  // stride), for c < count and r < rows. count is a multiple of 16.
+  void (*lookupEvenSamples)(const uint8_t *bright, const uint8_t *dark, int32_t stride,
+                            const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows);
+
+  // Half-resolution weight row r doubled into luma rows 2r and 2r + 1 of the
+  // weight plane (pitch stride), both luma rows blended with those weights,
+  // and chroma row r blended as blendChromaRow does with `weights`. stride is
+  // a multiple of 16.
+  void (*doubleAndBlendRows)(FrameRows bright, FrameRows dark, const uint8_t *weights,
+                             uint8_t *doubled, OutputRows out, int32_t stride);
+};
+
+void lookupWeightsPortable(const uint8_t *a, const uint8_t *b, const uint8_t *table,
+                           uint8_t *weights, int32_t count);
+void blendLumaPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
+                       uint8_t *out, int32_t count);
+void blendChromaRowPortable(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
+                            uint8_t *out, int32_t count);
 void lookupEvenSamplesPortable(const uint8_t *bright, const uint8_t *dark, int32_t stride,
                                const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows);
-
-// Half-resolution weight row r doubled into luma rows 2r and 2r + 1 of the
-// weight plane (pitch stride), both luma rows blended with those weights, and
-// chroma row r blended as blendChromaRowPortable does with `weights`. The NEON
-// version takes stride a multiple of 16.
 void doubleAndBlendRowsPortable(FrameRows bright, FrameRows dark, const uint8_t *weights,
                                 uint8_t *doubled, OutputRows out, int32_t stride);
-
-// The whole kernel on the context's geometry, tables and planes.
-void exposureFusionPortable(const FusionContext &ctx, const uint8_t *current,
-                            const uint8_t *previous, uint8_t *output);
+inline constexpr FusionKernels kFusionPortable = {lookupWeightsPortable, blendLumaPortable,
+                                                  blendChromaRowPortable, lookupEvenSamplesPortable,
+                                                  doubleAndBlendRowsPortable};
 
 #if VIDEOHDR_HAVE_NEON
 void lookupWeightsNeon(const uint8_t *a, const uint8_t *b, const uint8_t *table, uint8_t *weights,
@@ -79,9 +93,14 @@ void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, int32_t s
                            const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows);
 void doubleAndBlendRowsNeon(FrameRows bright, FrameRows dark, const uint8_t *weights,
                             uint8_t *doubled, OutputRows out, int32_t stride);
-void exposureFusionNeon(const FusionContext &ctx, const uint8_t *current, const uint8_t *previous,
-                        uint8_t *output);
+inline constexpr FusionKernels kFusionNeon = {lookupWeightsNeon, blendLumaNeon, blendChromaRowNeon,
+                                              lookupEvenSamplesNeon, doubleAndBlendRowsNeon};
 #endif
+
+// The whole kernel on the context's geometry, tables and planes, run on the
+// plane and row kernels of `kernels`.
+void exposureFusion(const FusionContext &ctx, const uint8_t *current, const uint8_t *previous,
+                    uint8_t *output, const Kernels &kernels);
 
 }  // namespace videohdr
 

@@ -4,8 +4,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
+#include "../any_row.h"
+#include "../kernels.h"
 #include "../simd.h"
 #include "plane_ops.h"
 #include "videohdr.h"
@@ -69,16 +70,19 @@ int32_t windowRow(int32_t index, int32_t border) {
 // Only whole blocks of 8 columns are filtered; trailing columns are left alone.
 int32_t columnPassColumns(int32_t width) { return width / kBlock * kBlock; }
 
+// `outputs` results of one row, result x from source bytes x .. x + 6.
+template <Filter7 K>
+void filterRow7Portable(const uint8_t *s, uint8_t *d, int32_t outputs) {
+  for (int32_t x = 0; x < outputs; ++x)
+    d[x] = filterValue<K>(s[x], s[x + 1], s[x + 2], s[x + 3], s[x + 4], s[x + 5], s[x + 6]);
+}
+
 template <Filter7 K>
 void filterRows7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                          int32_t border) {
   const int32_t outputs = rowPassOutputs(width, border);
-  for (int32_t y = 0; y < height; ++y) {
-    const uint8_t *s = planeRow(src, y, width);
-    uint8_t *d = planeRow(dst, y, width) + border;
-    for (int32_t x = 0; x < outputs; ++x)
-      d[x] = filterValue<K>(s[x], s[x + 1], s[x + 2], s[x + 3], s[x + 4], s[x + 5], s[x + 6]);
-  }
+  for (int32_t y = 0; y < height; ++y)
+    filterRow7Portable<K>(planeRow(src, y, width), planeRow(dst, y, width) + border, outputs);
 }
 
 // Output row t from the seven source rows of its window, all columns.
@@ -120,8 +124,7 @@ void filterColumns7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int
 #if VIDEOHDR_HAVE_NEON
 namespace {
 
-// Bytes of a horizontal block of 8 results that they use; the block loads 16.
-constexpr int kRowBlockSpan = kBlock + kTaps - 1;
+// A horizontal block of 8 results loads 16 bytes (it uses 14).
 constexpr int kRowBlockLoad = 16;
 // A double block (16 results) loads 32 bytes.
 constexpr int kDoubleBlockLoad = 32;
@@ -192,26 +195,25 @@ void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
   for (int32_t y = 0; y < height; ++y) {
     const uint8_t *s = planeRow(src, y, width);
     uint8_t *d = planeRow(dst, y, width) + border;
-    // Bytes readable from the row's start to the end of the plane.
+    // Bytes readable from the row's start to the end of the plane. A block's
+    // load runs two bytes past the bytes it uses, so at the end of the plane
+    // the last blocks are left to the portable row, which reads only those.
     const int64_t room = planeBytes - static_cast<int64_t>(y) * width;
     const int32_t lastDouble =
         static_cast<int32_t>(std::min<int64_t>(outputs - 2 * kBlock, room - kDoubleBlockLoad));
     const int32_t lastLoaded =
-        static_cast<int32_t>(std::min<int64_t>(outputs, room - kRowBlockLoad));
-    int32_t x = 0;
-    // Double blocks while their 32-byte loads stay inside the plane.
-    for (; x <= lastDouble; x += 2 * kBlock) vst1q_u8(d + x, filterRowDoubleBlockNeon<K>(s + x));
-    for (; x < outputs; x += kBlock) {
-      // A block's 16-byte load runs two bytes past the bytes it uses; at the
-      // end of the plane only the used bytes are read, through a copy.
-      if (x <= lastLoaded) {
-        vst1_u8(d + x, filterRowBlockNeon<K>(s + x));
-      } else {
-        uint8_t tail[kRowBlockLoad] = {};
-        std::memcpy(tail, s + x, kRowBlockSpan);
-        vst1_u8(d + x, filterRowBlockNeon<K>(tail));
-      }
-    }
+        static_cast<int32_t>(std::min<int64_t>(outputs - kBlock, room - kRowBlockLoad));
+    const int32_t loadable = lastLoaded < 0 ? 0 : (lastLoaded / kBlock + 1) * kBlock;
+    blocksThenRest(
+        loadable, outputs,
+        [=](int32_t end) {
+          int32_t x = 0;
+          // Double blocks while their 32-byte loads stay inside the plane.
+          for (; x <= lastDouble; x += 2 * kBlock)
+            vst1q_u8(d + x, filterRowDoubleBlockNeon<K>(s + x));
+          for (; x < end; x += kBlock) vst1_u8(d + x, filterRowBlockNeon<K>(s + x));
+        },
+        [=](int32_t at, int32_t rest) { filterRow7Portable<K>(s + at, d + at, rest); });
   }
 }
 
@@ -310,49 +312,29 @@ void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
 }
 #endif  // VIDEOHDR_HAVE_NEON
 
-namespace {
-
-void filterRows7(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height, int32_t border,
-                 Filter7 kernel) {
-#if VIDEOHDR_NATIVE_NEON
-  filterRows7Neon(src, dst, width, height, border, kernel);
-#else
-  filterRows7Portable(src, dst, width, height, border, kernel);
-#endif
-}
-
-void filterColumns7(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height, int32_t border,
-                    Filter7 kernel) {
-#if VIDEOHDR_NATIVE_NEON
-  filterColumns7Neon(src, dst, width, height, border, kernel);
-#else
-  filterColumns7Portable(src, dst, width, height, border, kernel);
-#endif
-}
-
-}  // namespace
 }  // namespace videohdr
 
 extern "C" {
 
 void horizontalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                              int32_t border) {
-  videohdr::filterRows7(src, dst, width, height, border, videohdr::Filter7::Tent);
+  videohdr::kKernels.plane.filterRows7(src, dst, width, height, border, videohdr::Filter7::Tent);
 }
 
 void VerticalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                            int32_t border) {
-  videohdr::filterColumns7(src, dst, width, height, border, videohdr::Filter7::Tent);
+  videohdr::kKernels.plane.filterColumns7(src, dst, width, height, border, videohdr::Filter7::Tent);
 }
 
 void horizontalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                     int32_t border) {
-  videohdr::filterRows7(src, dst, width, height, border, videohdr::Filter7::Smooth);
+  videohdr::kKernels.plane.filterRows7(src, dst, width, height, border, videohdr::Filter7::Smooth);
 }
 
 void VerticalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                   int32_t border) {
-  videohdr::filterColumns7(src, dst, width, height, border, videohdr::Filter7::Smooth);
+  videohdr::kKernels.plane.filterColumns7(src, dst, width, height, border,
+                                          videohdr::Filter7::Smooth);
 }
 
 }  // extern "C"

@@ -4,36 +4,26 @@
 #include <cstdint>
 #include <cstring>
 
+#include "../any_row.h"
+#include "../kernels.h"
 #include "../simd.h"
+#include "block_spill.h"
 #include "plane_ops.h"
 #include "videohdr.h"
 
 namespace videohdr {
 namespace {
 
-constexpr int32_t kHalvingBlock = 8;    // output bytes per halving block
 constexpr int32_t kDoublingBlock = 16;  // output bytes per doubling block
-
-// The doubling builds each even row in 16-byte blocks while the block start
-// is below 2 * width, then copies the whole row (2 * stride bytes) to the odd
-// row below. Within the plane that leaves:
-//  - built bytes up to min(16 * ceil(width / 8), 2 * stride): when stride >
-//    width, the last block's extra bytes (doubled source padding) stay in
-//    the row and are copied;
-//  - the rest of the even row untouched, and copied as it is;
-//  - nothing else: bytes a block writes past the row fall into the odd row
-//    (overwritten by the copy) or further rows (rebuilt by the next rows),
-//    or past the plane.
-int32_t doubledRowBytes(int32_t width, int32_t stride) {
-  if (width <= 0) return 0;
-  const int64_t built = int64_t{kDoublingBlock} * ((int64_t{width} + 7) / 8);
-  return static_cast<int32_t>(std::min<int64_t>(built, 2 * int64_t{stride}));
-}
 
 // Each odd row is a copy of the whole even row, 2 * stride bytes: with a
 // negative stride that copy has no meaning (nor any size), so such a call
 // writes nothing, like one without rows.
 bool doublingRuns(int32_t height, int32_t stride) { return height >= 1 && stride >= 0; }
+
+void halveRowPortable(const uint8_t *s, uint8_t *d, int32_t outputs) {
+  for (int32_t c = 0; c < outputs; ++c) d[c] = s[2 * c];
+}
 
 void doubleBytesPortable(const uint8_t *s, uint8_t *d, int32_t bytes) {
   for (int32_t x = 0; x < bytes; ++x) d[x] = s[x >> 1];
@@ -46,11 +36,8 @@ void downScale2xPortable(const uint8_t *src, uint8_t *dst, int32_t width, int32_
   const int32_t h = height >> 1;
   const int32_t w = width >> 1;
   if (h < 1 || w < 1) return;
-  for (int32_t r = 0; r < h; ++r) {
-    const uint8_t *s = planeRow(src, 2 * r, stride);
-    uint8_t *d = planeRow(dst, r, w);
-    for (int32_t c = 0; c < w; ++c) d[c] = s[2 * c];
-  }
+  for (int32_t r = 0; r < h; ++r)
+    halveRowPortable(planeRow(src, 2 * r, stride), planeRow(dst, r, w), w);
 }
 
 void upscale2xReplicatePortable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
@@ -66,23 +53,22 @@ void upscale2xReplicatePortable(const uint8_t *src, uint8_t *dst, int32_t width,
 }
 
 #if VIDEOHDR_HAVE_NEON
-// Whole 8-byte blocks, then a scalar tail. A block loop that ran on to the
-// end of the last block would write up to 7 bytes past each destination row,
-// but those land in the next row, which rewrites them, or past the plane: the
-// plane holds exactly the point samples either way.
 void downScale2xNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                      int32_t stride) {
   const int32_t h = height >> 1;
   const int32_t w = width >> 1;
   if (h < 1 || w < 1) return;
-  const int32_t blockEnd = w - w % kHalvingBlock;
   for (int32_t r = 0; r < h; ++r) {
     const uint8_t *s = planeRow(src, 2 * r, stride);
     uint8_t *d = planeRow(dst, r, w);
-    // The low byte of each 16-bit pair is the even one (little-endian lanes).
-    for (int32_t c = 0; c < blockEnd; c += kHalvingBlock)
-      vst1_u8(d + c, vmovn_u16(vreinterpretq_u16_u8(vld1q_u8(s + 2 * c))));
-    for (int32_t c = blockEnd; c < w; ++c) d[c] = s[2 * c];
+    blocksThenRest(
+        wholeBlocks<kHalvingBlock>(w), w,
+        [=](int32_t end) {
+          // The low byte of each 16-bit pair is the even one (little-endian lanes).
+          for (int32_t c = 0; c < end; c += kHalvingBlock)
+            vst1_u8(d + c, vmovn_u16(vreinterpretq_u16_u8(vld1q_u8(s + 2 * c))));
+        },
+        [=](int32_t at, int32_t rest) { halveRowPortable(s + 2 * at, d + at, rest); });
   }
 }
 
@@ -91,15 +77,19 @@ void upscale2xReplicateNeon(const uint8_t *src, uint8_t *dst, int32_t width, int
   if (!doublingRuns(height, stride)) return;
   const int32_t pitch = 2 * stride;
   const int32_t built = doubledRowBytes(width, stride);
-  const int32_t blockEnd = built - built % kDoublingBlock;
   for (int32_t r = 0; r < height; ++r) {
     const uint8_t *s = planeRow(src, r, stride);
     uint8_t *even = planeRow(dst, 2 * r, pitch);
-    // Widening a byte and multiplying by 0x0101 puts it in both halves of
-    // its 16-bit lane, i.e. twice in a row in memory.
-    for (int32_t x = 0; x < blockEnd; x += kDoublingBlock)
-      vst1q_u8(even + x, vreinterpretq_u8_u16(vmulq_n_u16(vmovl_u8(vld1_u8(s + x / 2)), 0x0101)));
-    doubleBytesPortable(s + blockEnd / 2, even + blockEnd, built - blockEnd);
+    blocksThenRest(
+        wholeBlocks<kDoublingBlock>(built), built,
+        [=](int32_t end) {
+          // Widening a byte and multiplying by 0x0101 puts it in both halves
+          // of its 16-bit lane, i.e. twice in a row in memory.
+          for (int32_t x = 0; x < end; x += kDoublingBlock)
+            vst1q_u8(even + x,
+                     vreinterpretq_u8_u16(vmulq_n_u16(vmovl_u8(vld1_u8(s + x / 2)), 0x0101)));
+        },
+        [=](int32_t at, int32_t rest) { doubleBytesPortable(s + at / 2, even + at, rest); });
     std::memcpy(even + pitch, even, static_cast<size_t>(pitch));
   }
 }
@@ -116,11 +106,7 @@ void downScale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width, int32
 
 void downScale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                int32_t stride) {
-#if VIDEOHDR_NATIVE_NEON
-  videohdr::downScale2xNeon(src, dst, width, height, stride);
-#else
-  videohdr::downScale2xPortable(src, dst, width, height, stride);
-#endif
+  videohdr::kKernels.plane.downScale2x(src, dst, width, height, stride);
 }
 
 // A half-pixel-shifted 2x2 box mean: both pixels of each output pair and
@@ -143,11 +129,7 @@ void upscale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
 
 void upscale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                              int32_t stride) {
-#if VIDEOHDR_NATIVE_NEON
-  videohdr::upscale2xReplicateNeon(src, dst, width, height, stride);
-#else
-  videohdr::upscale2xReplicatePortable(src, dst, width, height, stride);
-#endif
+  videohdr::kKernels.plane.upscale2xReplicate(src, dst, width, height, stride);
 }
 
 }  // extern "C"

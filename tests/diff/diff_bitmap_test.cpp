@@ -1,5 +1,6 @@
-// Portable against NEON for the bitmap kernels: threshold sums and bits,
-// pyramid decimation and row moves, on random contents and many widths.
+// Portable against NEON for the copy and bitmap kernels: bulk copies,
+// threshold sums and bits, pyramid decimation and row moves, on random
+// contents and many widths.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -7,148 +8,104 @@
 #include <random>
 #include <vector>
 
-#include "alignment_op/bitmap_ops.h"
 #include "checkasm.h"
 
 namespace {
 
-using checkasm::Variant;
+using checkasm::name;
+using videohdr::Kernels;
 
-size_t rowWords(int32_t width) { return static_cast<size_t>(videohdr::bitmapWords(width)); }
+static_assert(checkasm::hasMembers<videohdr::CopyKernels>(2), "a copy kernel without a case");
+static_assert(checkasm::hasMembers<videohdr::BitmapKernels>(5), "a bitmap kernel without a case");
 
-std::vector<uint32_t> randomWords(size_t n, std::mt19937 &rng) {
-  std::vector<uint32_t> v(n);
-  for (uint32_t &word : v) word = rng();
-  return v;
-}
+size_t rowBytes(int32_t width) { return 4 * static_cast<size_t>(videohdr::bitmapWords(width)); }
 
-TEST(DiffBitmap, SumLuma) {
-  std::mt19937 rng(11);
-  std::vector<int> widths = checkasm::widthsToTry(1, 4300, rng);
-  for (int w : {2056, 2057, 2063, 2064, 4096, 4103}) widths.push_back(w);
-  for (int w : widths) {
-    for (int h : {1, 3}) {
-      for (bool saturated : {false, true}) {
-        // The last group of a row reads up to 7 bytes past it.
-        std::vector<uint8_t> image = checkasm::randomBytes(static_cast<size_t>(w) * h + 7, rng);
-        if (saturated) std::fill(image.begin(), image.end(), uint8_t{255});
-        checkasm::expectVariantsMatch(
-            {sizeof(uint32_t)}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              const uint32_t sum = v == Variant::Portable
-                                       ? videohdr::sumLumaPortable(image.data(), w, h)
-                                       : videohdr::sumLumaNeon(image.data(), w, h);
-              std::memcpy(out[0], &sum, sizeof sum);
-            },
-            "sumLuma " + std::to_string(w) + "x" + std::to_string(h));
-      }
-    }
-  }
-}
-
-TEST(DiffBitmap, PackThresholdBits) {
-  std::mt19937 rng(12);
-  std::vector<int> widths = checkasm::widthsToTry(1, 1200, rng, 100);
-  for (int w : widths) {
-    for (int h : {1, 2, 5}) {
-      const std::vector<uint8_t> image =
-          checkasm::randomBytes(static_cast<size_t>(w) * h, rng, true);
-      for (uint8_t threshold :
-           {uint8_t{0}, uint8_t{85}, static_cast<uint8_t>(rng()), uint8_t{255}}) {
-        checkasm::expectVariantsMatch(
-            {rowWords(w) * h * sizeof(uint32_t)}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              auto *bitmap = reinterpret_cast<uint32_t *>(out[0]);
-              if (v == Variant::Portable)
-                videohdr::packThresholdBitsPortable(image.data(), w, h, threshold, bitmap);
-              else
-                videohdr::packThresholdBitsNeon(image.data(), w, h, threshold, bitmap);
-            },
-            "packThresholdBits " + std::to_string(w) + "x" + std::to_string(h) + " at " +
-                std::to_string(threshold));
-      }
-    }
-  }
-}
-
-TEST(DiffBitmap, DecimateRow) {
-  std::mt19937 rng(13);
-  for (int words = 1; words <= 70; ++words) {
-    const std::vector<uint32_t> src = randomWords(2 * static_cast<size_t>(words), rng);
-    checkasm::expectVariantsMatch(
-        {static_cast<size_t>(words) * sizeof(uint32_t)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto *dst = reinterpret_cast<uint32_t *>(out[0]);
-          if (v == Variant::Portable)
-            videohdr::decimateRowPortable(src.data(), dst, words);
-          else
-            videohdr::decimateRowNeon(src.data(), dst, words);
-        },
-        "decimateRow " + std::to_string(words));
-  }
-}
-
-// Both directions at every shift 1..31, on widths from a few pixels up, the
-// search's smallest coarse level (129) and beyond.
-void checkRowMoves(bool left, uint32_t seed) {
-  std::mt19937 rng(seed);
-  std::vector<int> widths = checkasm::widthsToTry(1, 2200, rng, 70, 20);
-  for (int w = 129; w < 129 + 40; ++w) widths.push_back(w);
-  for (int w : widths) {
-    const std::vector<uint32_t> src = randomWords(rowWords(w), rng);
-    for (int32_t shift = 1; shift < 32; ++shift) {
-      checkasm::expectVariantsMatch(
-          {rowWords(w) * sizeof(uint32_t)}, rng,
-          [&](Variant v, std::vector<uint8_t *> &out) {
-            auto *dst = reinterpret_cast<uint32_t *>(out[0]);
-            const bool portable = v == Variant::Portable;
-            if (left)
-              (portable ? videohdr::shiftRowLeftPortable : videohdr::shiftRowLeftNeon)(
-                  src.data(), dst, w, shift);
-            else
-              (portable ? videohdr::shiftRowRightPortable : videohdr::shiftRowRightNeon)(
-                  src.data(), dst, w, shift);
-          },
-          std::string(left ? "shiftRowLeft " : "shiftRowRight ") + std::to_string(w) + " by " +
-              std::to_string(shift));
-    }
-  }
-}
-
-TEST(DiffBitmap, ShiftRowLeft) { checkRowMoves(true, 14); }
-TEST(DiffBitmap, ShiftRowRight) { checkRowMoves(false, 15); }
-
-// The copy that takes the luma sum on the way: both variants copy the same
-// bytes and answer the same sum, every length around the 64-byte step and the
-// 2,048-byte widening, and for rows that keep the sum plain the sum is
-// sumLuma's of the copy.
-TEST(DiffBitmap, CopyLumaAndSum) {
+// Every length around the 64-byte step and the sum's 2,048-byte widening, and
+// a frame-sized one, from a source of exactly that length; saturated bytes
+// for the widest sums.
+TEST(DiffCopy, CopyAndCopyWithSum) {
   std::mt19937 rng(15);
   std::vector<int> lengths = checkasm::widthsToTry(0, 300000, rng, 140, 12);
   for (int n : {2047, 2048, 2049, 4096 + 63, 1920 * 1080}) lengths.push_back(n);
   for (int n : lengths) {
-    for (bool saturated : {false, true}) {
-      std::vector<uint8_t> src = checkasm::randomBytes(static_cast<size_t>(n), rng);
-      if (saturated) std::fill(src.begin(), src.end(), uint8_t{255});
-      checkasm::expectVariantsMatch(
-          {static_cast<size_t>(n), sizeof(uint32_t)}, rng,
-          [&](Variant v, std::vector<uint8_t *> &out) {
-            const uint32_t sum =
-                v == Variant::Portable
-                    ? videohdr::copyLumaAndSumPortable(out[0], src.data(), static_cast<size_t>(n))
-                    : videohdr::copyLumaAndSumNeon(out[0], src.data(), static_cast<size_t>(n));
-            std::memcpy(out[1], &sum, sizeof sum);
-          },
-          "copyLumaAndSum " + std::to_string(n));
+    std::vector<uint8_t> src = checkasm::randomBytes(n, rng);
+    if (rng() % 2) std::fill(src.begin(), src.end(), uint8_t{255});
+    checkasm::expectVariantsMatch(
+        {size_t(n), size_t(n), sizeof(uint32_t)}, rng,
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.copy.copyBytes(out[0], src.data(), n);
+          const uint32_t sum = k.copy.copyAndSum(out[1], src.data(), n);
+          std::memcpy(out[2], &sum, sizeof sum);
+        },
+        name("copy", n));
+  }
+}
+
+// Luma sums (reading up to 7 bytes past a row; saturated rows wrap the
+// lanes) and threshold bits at thresholds that hit the biased values.
+TEST(DiffBitmap, SumsAndThresholdBits) {
+  std::mt19937 rng(11);
+  std::vector<int> widths = checkasm::widthsToTry(1, 4300, rng, 100);
+  for (int w : {2056, 2057, 2063, 2064, 4096, 4103}) widths.push_back(w);
+  for (int w : widths) {
+    for (int h : {1, 2, 5}) {
+      std::vector<uint8_t> image = checkasm::randomBytes(size_t(w) * h + 7, rng, true);
+      if (rng() % 4 == 0) std::fill(image.begin(), image.end(), uint8_t{255});
+      checkasm::expectSameResult<uint32_t>(
+          [&](const Kernels &k) { return k.bitmap.sumLuma(image.data(), w, h); },
+          name("sumLuma", w, h));
+      for (uint8_t threshold : {uint8_t{0}, uint8_t{85}, uint8_t(rng()), uint8_t{255}}) {
+        checkasm::expectVariantsMatch(
+            {rowBytes(w) * h}, rng,
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
+              k.bitmap.packThresholdBits(image.data(), w, h, threshold,
+                                         reinterpret_cast<uint32_t *>(out[0]));
+            },
+            name("packThresholdBits", w, h, int(threshold)));
+      }
     }
   }
+}
+
+// Decimation of rows of every length to 70 words; row moves in both
+// directions at every shift 1..31, on widths from a few pixels up, the
+// search's smallest coarse level (129) and beyond.
+TEST(DiffBitmap, DecimationAndRowMoves) {
+  std::mt19937 rng(13);
+  for (int words = 1; words <= 70; ++words) {
+    const std::vector<uint32_t> src = checkasm::randomWords(2 * size_t(words), rng);
+    checkasm::expectVariantsMatch(
+        {4 * size_t(words)}, rng,
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.bitmap.decimateRow(src.data(), reinterpret_cast<uint32_t *>(out[0]), words);
+        },
+        name("decimateRow", words));
+  }
+  std::vector<int> widths = checkasm::widthsToTry(1, 2200, rng, 70, 20);
+  for (int w = 129; w < 129 + 40; ++w) widths.push_back(w);
+  for (int w : widths) {
+    const std::vector<uint32_t> src = checkasm::randomWords(rowBytes(w) / 4, rng);
+    for (int32_t shift = 1; shift < 32; ++shift) {
+      checkasm::expectVariantsMatch(
+          {rowBytes(w), rowBytes(w)}, rng,
+          [&](const Kernels &k, std::vector<uint8_t *> &out) {
+            k.bitmap.shiftRowLeft(src.data(), reinterpret_cast<uint32_t *>(out[0]), w, shift);
+            k.bitmap.shiftRowRight(src.data(), reinterpret_cast<uint32_t *>(out[1]), w, shift);
+          },
+          name("row moves", w, shift));
+    }
+  }
+}
+
+// For rows that keep the sum plain, the copy's sum is sumLuma's of the copy.
+TEST(DiffBitmap, CopyWithSumIsThePlainLumaSum) {
+  std::mt19937 rng(16);
   for (int w : {8, 1920, 2048, 2056}) {
     ASSERT_TRUE(videohdr::lumaSumIsPlain(w));
-    const int h = 5;
-    const auto image = checkasm::randomBytes(static_cast<size_t>(w) * h, rng);
+    const auto image = checkasm::randomBytes(size_t(w) * 5, rng);
     std::vector<uint8_t> copy(image.size());
-    const uint32_t sum = videohdr::copyLumaAndSumPortable(copy.data(), image.data(), copy.size());
-    EXPECT_EQ(sum, videohdr::sumLumaPortable(copy.data(), w, h)) << w;
+    const uint32_t sum = videohdr::copyAndSumPortable(copy.data(), image.data(), copy.size());
+    EXPECT_EQ(sum, videohdr::sumLumaPortable(copy.data(), w, 5)) << w;
   }
   for (int w : {7, 12, 2064}) EXPECT_FALSE(videohdr::lumaSumIsPlain(w)) << w;
 }

@@ -1,5 +1,6 @@
-// The fusion kernel's portable and NEON variants, byte for byte: the weight
-// lookup, both blends and the whole kernel on random frames.
+// The fusion kernel's portable and NEON variants, byte for byte: the row
+// kernels on random rows, and the whole kernel (which also runs the fused
+// row-pair kernels on whole-block frames) on random frames.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,68 +9,33 @@
 #include <vector>
 
 #include "checkasm.h"
-#include "fusion/exposure_fusion.h"
 
 namespace {
 
-using checkasm::Variant;
+using videohdr::Kernels;
 
-std::string sizeName(const char *what, int count) {
-  return std::string(what) + " " + std::to_string(count);
-}
+static_assert(checkasm::hasMembers<videohdr::FusionKernels>(5), "a fusion kernel without a case");
 
-TEST(FusionKernelDiff, WeightLookup) {
+TEST(FusionKernelDiff, RowKernels) {
   std::mt19937 rng(11);
   for (int count : checkasm::widthsToTry(0, 5000, rng)) {
     const auto a = checkasm::randomBytes(count, rng, true);
     const auto b = checkasm::randomBytes(count, rng, true);
-    const auto table = checkasm::randomBytes(256, rng);
-    checkasm::expectVariantsMatch(
-        {size_t(count)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto lookup = v == Variant::Portable ? videohdr::lookupWeightsPortable
-                                               : videohdr::lookupWeightsNeon;
-          lookup(a.data(), b.data(), table.data(), out[0], count);
-        },
-        sizeName("lookup", count));
-  }
-}
-
-TEST(FusionKernelDiff, LumaBlend) {
-  std::mt19937 rng(12);
-  for (int count : checkasm::widthsToTry(0, 5000, rng)) {
-    const auto bright = checkasm::randomBytes(count, rng, true);
-    const auto dark = checkasm::randomBytes(count, rng, true);
     const auto weights = checkasm::randomBytes(count, rng, true);
+    const auto table = checkasm::randomBytes(256, rng);
+    // The chroma row reads exactly its weights: eight per whole block and,
+    // for a partial block, one per byte up to eight (the sanitizer build
+    // sees a read beyond them).
+    const auto chromaWeights =
+        checkasm::randomBytes(count / 16 * 8 + std::min(count % 16, 8), rng, true);
     checkasm::expectVariantsMatch(
-        {size_t(count)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto blend =
-              v == Variant::Portable ? videohdr::blendLumaPortable : videohdr::blendLumaNeon;
-          blend(bright.data(), dark.data(), weights.data(), out[0], count);
+        {size_t(count), size_t(count), size_t(count)}, rng,
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.fusion.lookupWeights(a.data(), b.data(), table.data(), out[0], count);
+          k.fusion.blendLuma(a.data(), b.data(), weights.data(), out[1], count);
+          k.fusion.blendChromaRow(a.data(), b.data(), chromaWeights.data(), out[2], count);
         },
-        sizeName("luma blend", count));
-  }
-}
-
-TEST(FusionKernelDiff, ChromaRowBlend) {
-  std::mt19937 rng(13);
-  for (int count : checkasm::widthsToTry(0, 2000, rng)) {
-    const auto bright = checkasm::randomBytes(count, rng, true);
-    const auto dark = checkasm::randomBytes(count, rng, true);
-    // Exactly the weights the row reads: eight per whole block and, for a
-    // partial block, one per byte up to eight. A read beyond them would show
-    // under the sanitizers.
-    const int weightCount = count / 16 * 8 + std::min(count % 16, 8);
-    const auto weights = checkasm::randomBytes(weightCount, rng, true);
-    checkasm::expectVariantsMatch(
-        {size_t(count)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto blend = v == Variant::Portable ? videohdr::blendChromaRowPortable
-                                              : videohdr::blendChromaRowNeon;
-          blend(bright.data(), dark.data(), weights.data(), out[0], count);
-        },
-        sizeName("chroma row", count));
+        "rows of " + std::to_string(count));
   }
 }
 
@@ -79,24 +45,20 @@ TEST(FusionKernelDiff, ChromaRowBlend) {
 struct KernelCase {
   int stride, height, scanline;
   size_t planeBytes() const { return size_t(stride) * scanline; }
-  size_t halfBlockBytes() const { return planeBytes() & ~size_t{3}; }
   size_t lumaBytes() const { return size_t(stride) * height; }
-  size_t frameBytes() const { return planeBytes() + lumaBytes() / 2; }
   // A frame copy, read up to 15 bytes past its luma when its chroma is shorter.
   size_t copyBytes() const { return lumaBytes() + std::max<size_t>(lumaBytes() / 2, 15); }
-  std::string name() const {
-    return "stride " + std::to_string(stride) + " height " + std::to_string(height) + " scanline " +
-           std::to_string(scanline);
-  }
 };
 
 void expectKernelVariantsMatch(const KernelCase &c, std::mt19937 &rng) {
   const auto current = checkasm::randomBytes(c.copyBytes(), rng, true);
   const auto previous = checkasm::randomBytes(c.copyBytes(), rng, true);
   const auto table = checkasm::randomBytes(256, rng);
+  const std::string name = "stride " + std::to_string(c.stride) + " height " +
+                           std::to_string(c.height) + " scanline " + std::to_string(c.scanline);
   checkasm::expectVariantsMatch(
-      {c.planeBytes(), c.halfBlockBytes(), c.frameBytes()}, rng,
-      [&](Variant v, std::vector<uint8_t *> &out) {
+      {c.planeBytes(), c.planeBytes() & ~size_t{3}, c.planeBytes() + c.lumaBytes() / 2}, rng,
+      [&](const Kernels &k, std::vector<uint8_t *> &out) {
         FusionContext ctx = {};
         ctx.height = c.height;
         ctx.stride = c.stride;
@@ -105,35 +67,24 @@ void expectKernelVariantsMatch(const KernelCase &c, std::mt19937 &rng) {
         ctx.weightPlanes[0] = out[0];
         ctx.halfWeightPlanes[0] = out[1];
         ctx.halfWeightPlanes[1] = out[1] + (c.planeBytes() >> 2);
-        uint8_t *frame = out[2];
-        const std::vector<uint8_t> padding(frame + c.lumaBytes(), frame + c.planeBytes());
-        auto fuse = v == Variant::Portable ? videohdr::exposureFusionPortable
-                                           : videohdr::exposureFusionNeon;
-        fuse(ctx, current.data(), previous.data(), frame);
-        EXPECT_TRUE(std::equal(padding.begin(), padding.end(), frame + c.lumaBytes()))
-            << c.name() << ": padding rows written";
+        const std::vector<uint8_t> padding(out[2] + c.lumaBytes(), out[2] + c.planeBytes());
+        videohdr::exposureFusion(ctx, current.data(), previous.data(), out[2], k);
+        EXPECT_TRUE(std::equal(padding.begin(), padding.end(), out[2] + c.lumaBytes()))
+            << name << ": padding rows written";
       },
-      c.name());
+      name);
 }
 
-TEST(FusionKernelDiff, WholeKernelSmallFrames) {
+TEST(FusionKernelDiff, WholeKernel) {
   std::mt19937 rng(14);
   // Every stride up to 40 (odd, even, below one block, around the smallest
-  // the horizontal smoothing admits at 28) and a spread of larger ones.
-  const std::vector<int> strides = checkasm::widthsToTry(1, 200, rng);
-  // One row (no chroma, no smoothing), two, odd, below the vertical
-  // smoothing's 14, and enough for several smoothed rows.
-  const int heights[] = {1, 2, 3, 5, 7, 12, 13, 14, 15, 16, 29, 40};
-  for (int stride : strides) {
-    for (int height : heights) {
-      const int padding = static_cast<int>(rng() % 3);
-      expectKernelVariantsMatch({stride, height, height + padding}, rng);
-    }
-  }
-}
-
-TEST(FusionKernelDiff, WholeKernelLargerFrames) {
-  std::mt19937 rng(15);
+  // the horizontal smoothing admits at 28) and a spread of larger ones; one
+  // row (no chroma, no smoothing), two, odd, below the vertical smoothing's
+  // 14, and enough for several smoothed rows.
+  for (int stride : checkasm::widthsToTry(1, 200, rng))
+    for (int height : {1, 2, 3, 5, 7, 12, 13, 14, 15, 16, 29, 40})
+      expectKernelVariantsMatch({stride, height, height + static_cast<int>(rng() % 3)}, rng);
+  // Whole-block frames (the fused row pairs) and larger odd ones.
   const KernelCase cases[] = {{320, 64, 64}, {320, 65, 72},  {336, 48, 50},   {344, 60, 60},
                               {351, 57, 61}, {1024, 33, 33}, {176, 144, 160}, {183, 101, 101}};
   for (const KernelCase &c : cases) expectKernelVariantsMatch(c, rng);

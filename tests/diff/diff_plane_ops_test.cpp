@@ -1,28 +1,21 @@
-// Portable against NEON for the byte-plane operations: filters, scalers and
+// Portable against NEON for the byte-plane kernels: filters, scalers and
 // chroma helpers, on random planes of many sizes. Sources are allocated to
 // the bytes a call may read, so the sanitizer build also catches over-reads.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "byte_copy.h"
 #include "checkasm.h"
-#include "fusion/plane_ops.h"
 
 namespace {
 
-using checkasm::Variant;
 using videohdr::Filter7;
+using videohdr::Kernels;
 
-std::string describe(const char *kernel, int32_t width, int32_t height, int32_t third) {
-  std::ostringstream s;
-  s << kernel << " width " << width << " height " << height << " border/stride " << third;
-  return s.str();
-}
+static_assert(checkasm::hasMembers<videohdr::PlaneKernels>(6), "a plane kernel without a case");
 
 // A random source plane with `before` readable bytes in front of it and
 // `after` behind it; plane() points at its first row.
@@ -37,48 +30,33 @@ struct Source {
 // Borders below 3 read past the plane: 6 - 2 * border bytes after it in the
 // horizontal pass; 3 - border rows above it in the vertical pass, and rows
 // down to border + 3 when the plane is shorter than that.
-void checkFilter(int32_t width, int32_t height, int32_t border, Filter7 kernel, std::mt19937 &rng) {
+void checkFilters(int32_t width, int32_t height, int32_t border, std::mt19937 &rng) {
   const int32_t missing = std::max(0, 3 - border);
   const int32_t rowsBelow = border < 3 ? std::max(0, border + 4 - height) : 0;
   const size_t plane = static_cast<size_t>(width) * height;
   const Source rows(plane, 0, 2 * missing, rng);
   const Source columns(plane, static_cast<size_t>(missing) * width,
                        static_cast<size_t>(rowsBelow) * width, rng);
-  const char *name = kernel == Filter7::Tent ? "tent" : "smooth";
-  checkasm::expectVariantsMatch(
-      {plane}, rng,
-      [&](Variant v, std::vector<uint8_t *> &out) {
-        auto pass =
-            v == Variant::Portable ? videohdr::filterRows7Portable : videohdr::filterRows7Neon;
-        pass(rows.plane(), out[0], width, height, border, kernel);
-      },
-      describe((std::string("rows ") + name).c_str(), width, height, border));
-  checkasm::expectVariantsMatch(
-      {plane}, rng,
-      [&](Variant v, std::vector<uint8_t *> &out) {
-        auto pass = v == Variant::Portable ? videohdr::filterColumns7Portable
-                                           : videohdr::filterColumns7Neon;
-        pass(columns.plane(), out[0], width, height, border, kernel);
-      },
-      describe((std::string("columns ") + name).c_str(), width, height, border));
+  for (Filter7 kernel : {Filter7::Tent, Filter7::Smooth}) {
+    checkasm::expectVariantsMatch(
+        {plane, plane}, rng,
+        [&](const Kernels &k, std::vector<uint8_t *> &out) {
+          k.plane.filterRows7(rows.plane(), out[0], width, height, border, kernel);
+          k.plane.filterColumns7(columns.plane(), out[1], width, height, border, kernel);
+        },
+        checkasm::name(kernel == Filter7::Tent ? "tent" : "smooth", width, height, border));
+  }
 }
 
-TEST(DiffPlaneOps, FiltersWithTheUsualBorder) {
+TEST(DiffPlaneOps, Filters) {
   std::mt19937 rng(7);
   // Width 14 is the narrowest the horizontal pass takes, 8 the vertical one's.
   for (int32_t width : checkasm::widthsToTry(8, 300, rng))
-    for (int32_t height : {1, 2, 6, 7, 8, 13, 21})
-      for (Filter7 kernel : {Filter7::Tent, Filter7::Smooth})
-        checkFilter(width, height, 3, kernel, rng);
-}
-
-TEST(DiffPlaneOps, FiltersWithOtherBorders) {
-  std::mt19937 rng(8);
+    for (int32_t height : {1, 2, 6, 7, 8, 13, 21}) checkFilters(width, height, 3, rng);
   for (int32_t border : {0, 1, 2, 4, 5, 9})
     for (int32_t width : checkasm::widthsToTry(8, 120, rng, 24, 6))
       for (int32_t height : {1, 2 * border, 2 * border + 1, 2 * border + 6})
-        for (Filter7 kernel : {Filter7::Tent, Filter7::Smooth})
-          checkFilter(width, height, border, kernel, rng);
+        checkFilters(width, height, border, rng);
 }
 
 TEST(DiffPlaneOps, Halving) {
@@ -89,15 +67,12 @@ TEST(DiffPlaneOps, Halving) {
         const int32_t stride = width + pad;
         // The plane ends with the last row's `width` bytes.
         const Source src(static_cast<size_t>(height - 1) * stride + width, 0, 0, rng);
-        const size_t dstBytes = static_cast<size_t>(width >> 1) * (height >> 1);
         checkasm::expectVariantsMatch(
-            {dstBytes}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              auto halve = v == Variant::Portable ? videohdr::downScale2xPortable
-                                                  : videohdr::downScale2xNeon;
-              halve(src.plane(), out[0], width, height, stride);
+            {static_cast<size_t>(width >> 1) * (height >> 1)}, rng,
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
+              k.plane.downScale2x(src.plane(), out[0], width, height, stride);
             },
-            describe("halving", width, height, stride));
+            checkasm::name("halving", width, height, stride));
       }
     }
   }
@@ -112,15 +87,12 @@ TEST(DiffPlaneOps, ReplicatingDoubling) {
       for (int32_t stride : {std::max(1, width - 3), width, width + 1, width + 5, width + 17}) {
         if (stride < 1) continue;
         const Source src(static_cast<size_t>(stride) * height, 0, 0, rng);
-        const size_t dstBytes = static_cast<size_t>(4) * stride * height;
         checkasm::expectVariantsMatch(
-            {dstBytes}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              auto doubling = v == Variant::Portable ? videohdr::upscale2xReplicatePortable
-                                                     : videohdr::upscale2xReplicateNeon;
-              doubling(src.plane(), out[0], width, height, stride);
+            {static_cast<size_t>(4) * stride * height}, rng,
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
+              k.plane.upscale2xReplicate(src.plane(), out[0], width, height, stride);
             },
-            describe("doubling", width, height, stride));
+            checkasm::name("doubling", width, height, stride));
       }
     }
   }
@@ -136,43 +108,20 @@ TEST(DiffPlaneOps, ChromaSplitAndJoin) {
         const size_t half = static_cast<size_t>(stride >> 1) * height;
         checkasm::expectVariantsMatch(
             {half, half}, rng,
-            [&](Variant v, std::vector<uint8_t *> &out) {
-              auto split =
-                  v == Variant::Portable ? videohdr::extractUvPortable : videohdr::extractUvNeon;
-              split(uv.plane(), out[0], out[1], width, height, stride);
+            [&](const Kernels &k, std::vector<uint8_t *> &out) {
+              k.plane.extractUv(uv.plane(), out[0], out[1], width, height, stride);
             },
-            describe("extract", width, height, stride));
+            checkasm::name("extract", width, height, stride));
       }
       const size_t pairs = static_cast<size_t>(width) * height;
       const Source u(pairs, 0, 0, rng), v(pairs, 0, 0, rng);
       checkasm::expectVariantsMatch(
           {2 * pairs}, rng,
-          [&](Variant variant, std::vector<uint8_t *> &out) {
-            auto join = variant == Variant::Portable ? videohdr::combineUvPortable
-                                                     : videohdr::combineUvNeon;
-            join(u.plane(), v.plane(), out[0], width, height);
+          [&](const Kernels &k, std::vector<uint8_t *> &out) {
+            k.plane.combineUv(u.plane(), v.plane(), out[0], width, height);
           },
-          describe("combine", width, height, width));
+          checkasm::name("combine", width, height, width));
     }
-  }
-}
-
-// The bulk copy of the per-frame path: every length around its 64-byte step
-// and a few frame-sized ones, from a source of exactly that length.
-TEST(PlaneOpsDiff, ByteCopy) {
-  std::mt19937 rng(41);
-  std::vector<int> lengths = checkasm::widthsToTry(0, 1 << 20, rng, 200, 20);
-  lengths.push_back(1920 * 1080);
-  for (int n : lengths) {
-    const auto src = checkasm::randomBytes(static_cast<size_t>(n), rng);
-    checkasm::expectVariantsMatch(
-        {static_cast<size_t>(n)}, rng,
-        [&](Variant v, std::vector<uint8_t *> &out) {
-          auto copy =
-              v == Variant::Portable ? videohdr::copyBytesPortable : videohdr::copyBytesNeon;
-          copy(out[0], src.data(), static_cast<size_t>(n));
-        },
-        "copy " + std::to_string(n));
   }
 }
 
