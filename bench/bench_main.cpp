@@ -1,9 +1,9 @@
 // Google Benchmark for videohdr on the build host: the memory floor, the whole
-// per-frame call on an alternating-exposure sequence with motion, every
-// kernel of the fixture's table, and (when built with OpenCV) a peer doing the
-// same job. Each size's results end with a summary that states every time as
-// a multiple of the read-three-write-one floor measured in the same run: the
-// machine is shared and its absolute times drift, the ratios much less.
+// per-frame call on both scenes' alternating-exposure sequences (scene.h),
+// every kernel of the fixture's table on the handheld scene, and (when built
+// with OpenCV) a peer doing the same job. Each size's results end with a summary that states every
+// time as a multiple of the read-three-write-one floor measured in the same run: the machine is
+// shared and its absolute times drift, the ratios much less.
 //
 //   videohdr_bench [Google Benchmark flags] [--summary_out=FILE]
 #include <benchmark/benchmark.h>
@@ -15,6 +15,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "fixture.h"
@@ -29,11 +30,11 @@ const std::vector<std::pair<int32_t, int32_t>> kSizes = {{1920, 1080}, {2048, 12
 
 std::string sizeName(int32_t w, int32_t h) { return std::to_string(w) + "x" + std::to_string(h); }
 
-// One fixture per size, made on first use and kept for the whole run.
-Fixture &fixtureFor(int32_t w, int32_t h) {
-  static std::map<std::pair<int32_t, int32_t>, std::unique_ptr<Fixture>> fixtures;
-  auto &f = fixtures[{w, h}];
-  if (!f) f = std::make_unique<Fixture>(w, h);
+// One fixture per scene and size, made on first use and kept for the whole run.
+Fixture &fixtureFor(SceneKind scene, int32_t w, int32_t h) {
+  static std::map<std::tuple<SceneKind, int32_t, int32_t>, std::unique_ptr<Fixture>> fixtures;
+  auto &f = fixtures[{scene, w, h}];
+  if (!f) f = std::make_unique<Fixture>(scene, w, h);
   return *f;
 }
 
@@ -76,8 +77,8 @@ void floorMemcpy(benchmark::State &state, int32_t w, int32_t h) {
 // The per-frame call on caller frames that are not in any cache, as a camera
 // delivers them: the frames rotate through a pool larger than the last-level
 // cache, and each is refilled (untimed) half a pool ahead of its use.
-void wholeFrame(benchmark::State &state, int32_t w, int32_t h) {
-  Fixture &f = fixtureFor(w, h);
+void wholeFrame(benchmark::State &state, SceneKind scene, int32_t w, int32_t h) {
+  Fixture &f = fixtureFor(scene, w, h);
   BufferPool &pool = poolFor(f.geometry().frameBytes());
   const size_t ahead = pool.count() / 2;
   for (size_t i = 0; i < ahead; ++i) f.loadNextFrame(pool[i]);
@@ -93,7 +94,7 @@ void wholeFrame(benchmark::State &state, int32_t w, int32_t h) {
 }
 
 void kernel(benchmark::State &state, int32_t w, int32_t h, const KernelCase *k) {
-  Fixture &f = fixtureFor(w, h);
+  Fixture &f = fixtureFor(SceneKind::Handheld, w, h);
   for (auto _ : state) {
     k->run(f);
     benchmark::ClobberMemory();
@@ -119,7 +120,8 @@ void registerAll() {
     const std::string size = "/" + sizeName(w, h);
     add("floor_read3write1" + size, floorReadThreeWriteOne, w, h);
     add("floor_memcpy" + size, floorMemcpy, w, h);
-    add("frame" + size, wholeFrame, w, h);
+    for (SceneKind scene : {SceneKind::Pan, SceneKind::Handheld})
+      add(std::string("frame_") + sceneName(scene) + size, wholeFrame, scene, w, h);
     if (PeerFunction peer = peerBenchmark()) add(std::string(peerName()) + size, peer, w, h);
     for (const KernelCase &k : kernelCases())
       add("kernel/" + std::string(k.name) + size, kernel, w, h, &k);

@@ -1,14 +1,13 @@
 #include "fixture.h"
 
-#include <cstring>
-
 #include "kernels.h"
 
 namespace videohdr_bench {
 
-Fixture::Fixture(int32_t width, int32_t height)
-    : geometry_(cameraGeometry(width, height)), handle_(createVideoHdrHandle()) {
-  for (int32_t i = 0; i < kSequenceLength; ++i) sequence_.push_back(renderFrame(geometry_, i));
+Fixture::Fixture(SceneKind scene, int32_t width, int32_t height)
+    : geometry_(cameraGeometry(width, height)),
+      scene_(makeScene(scene, geometry_)),
+      handle_(createVideoHdrHandle()) {
   frame_.resize(geometry_.frameBytes());
   spare_.resize(geometry_.frameBytes());
   initVideoHdr(handle_, geometry_.width, geometry_.height, geometry_.stride);
@@ -27,10 +26,7 @@ uint8_t *Fixture::previous() {
   return ((handle_->frameCount - 1) & 1) ? handle_->frameBuf0 : handle_->frameBuf1;
 }
 
-void Fixture::loadNextFrame(uint8_t *dst) {
-  std::memcpy(dst, sequence_[next_].data(), geometry_.frameBytes());
-  next_ = (next_ + 1) % kSequenceLength;
-}
+void Fixture::loadNextFrame(uint8_t *dst) { scene_->render(next_++, dst); }
 
 void Fixture::process(uint8_t *frame) {
   Video_HDR_Process(handle_, frame, 0, 1, geometry_.width, geometry_.height, geometry_.stride,

@@ -1,4 +1,4 @@
-// A handle driven through a few frames of the synthetic sequence, so that
+// A handle driven through the first frames of a scene's sequence, so that
 // every context, workspace and plane holds what a running camera leaves there,
 // and the table of kernels measured on it. The Google Benchmark binary and the
 // instruction-count runner share both, so each kernel is listed once.
@@ -6,6 +6,7 @@
 #define VIDEOHDR_BENCH_FIXTURE_H
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "scene.h"
@@ -16,16 +17,17 @@ namespace videohdr_bench {
 class Fixture {
  public:
   // Primes a handle with frame 0 and processes frames 1 to kWarmFrames.
-  Fixture(int32_t width, int32_t height);
+  Fixture(SceneKind scene, int32_t width, int32_t height);
   ~Fixture();
   Fixture(const Fixture &) = delete;
   Fixture &operator=(const Fixture &) = delete;
 
   static constexpr int32_t kWarmFrames = 2;
-  // Distinct frames rendered up front; the sequence repeats after them.
-  static constexpr int32_t kSequenceLength = 4;
 
   const Geometry &geometry() const { return geometry_; }
+  const Scene &scene() const { return *scene_; }
+  // The index of the frame the next loadNextFrame renders.
+  int32_t nextIndex() const { return next_; }
   VideoHdrHandle *handle() { return handle_; }
   AlignContext *align() { return handle_->alignContext; }
   FusionContext *fusion() { return handle_->fusionContext; }
@@ -48,8 +50,8 @@ class Fixture {
 
  private:
   Geometry geometry_;
+  std::unique_ptr<Scene> scene_;
   VideoHdrHandle *handle_;
-  std::vector<std::vector<uint8_t>> sequence_;
   std::vector<uint8_t> frame_;
   std::vector<uint8_t> spare_;
   int32_t next_ = 0;

@@ -4,12 +4,13 @@
 // operation's own cost.
 //
 //   videohdr_icount list
-//   videohdr_icount CASE WIDTH HEIGHT REPS run|skip
+//   videohdr_icount [--scene=pan|handheld] CASE WIDTH HEIGHT REPS run|skip
 //
-// CASE is "frame" (the per-frame call on the next frame of the sequence, the
-// frame being copied into the caller's buffer either way) or a kernel name
-// from `list`. Nothing is printed in either mode, so both runs do the same
-// start-up and exit work.
+// The scene is the synthetic pan unless given (see scene.h). CASE is "frame"
+// (the per-frame call on the next frame of the sequence, the frame being
+// rendered into the caller's buffer either way) or a kernel name from `list`
+// (on the state the fixture's first frames left). Nothing is printed in
+// either mode, so both runs do the same start-up and exit work.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -23,7 +24,9 @@ namespace {
 void discardLogLine(int, const char *, const char *) {}
 
 int usage() {
-  std::fprintf(stderr, "usage: videohdr_icount list | CASE WIDTH HEIGHT REPS run|skip\n");
+  std::fprintf(stderr,
+               "usage: videohdr_icount list\n"
+               "       videohdr_icount [--scene=pan|handheld] CASE WIDTH HEIGHT REPS run|skip\n");
   return 2;
 }
 
@@ -36,18 +39,24 @@ int main(int argc, char **argv) {
     for (const KernelCase &k : kernelCases()) std::printf("%s\n", k.name);
     return 0;
   }
-  if (argc != 6) return usage();
-  const std::string name = argv[1];
-  const int32_t width = std::atoi(argv[2]), height = std::atoi(argv[3]);
-  const int32_t reps = std::atoi(argv[4]);
-  const bool skip = std::strcmp(argv[5], "skip") == 0;
+  SceneKind scene = SceneKind::Pan;
+  int first = 1;
+  if (argc > 1 && std::strncmp(argv[1], "--scene=", 8) == 0) {
+    if (!parseSceneName(argv[1] + 8, &scene)) return usage();
+    first = 2;
+  }
+  if (argc - first != 5) return usage();
+  const std::string name = argv[first];
+  const int32_t width = std::atoi(argv[first + 1]), height = std::atoi(argv[first + 2]);
+  const int32_t reps = std::atoi(argv[first + 3]);
+  const bool skip = std::strcmp(argv[first + 4], "skip") == 0;
   const KernelCase *kernel = nullptr;
   for (const KernelCase &k : kernelCases())
     if (name == k.name) kernel = &k;
   if (name != "frame" && !kernel) return usage();
 
   videohdr::setLogSink(discardLogLine);
-  Fixture fixture(width, height);
+  Fixture fixture(scene, width, height);
   for (int32_t r = 0; r < reps; ++r) {
     if (!kernel) {
       fixture.loadNextFrame();

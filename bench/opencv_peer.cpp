@@ -27,8 +27,11 @@ Nv21Mats wrap(const Geometry &g, std::vector<uint8_t> &frame) {
 void alignAndMerge(benchmark::State &state, int32_t width, int32_t height) {
   cv::setNumThreads(1);
   const Geometry g = cameraGeometry(width, height);
-  // Frames 1 (dark) and 2 (bright, panned on from frame 1).
-  std::vector<uint8_t> previousFrame = renderFrame(g, 1), currentFrame = renderFrame(g, 2);
+  // Frames 1 (dark) and 2 (bright, the camera moved on) of the handheld scene.
+  const std::unique_ptr<Scene> scene = makeHandheldScene(g);
+  std::vector<uint8_t> previousFrame(g.frameBytes()), currentFrame(g.frameBytes());
+  scene->render(1, previousFrame.data());
+  scene->render(2, currentFrame.data());
   Nv21Mats previous = wrap(g, previousFrame), current = wrap(g, currentFrame);
   cv::Ptr<cv::AlignMTB> align = cv::createAlignMTB();
   cv::Ptr<cv::MergeMertens> merge = cv::createMergeMertens();

@@ -9,7 +9,7 @@
 
 namespace videohdr_bench {
 
-// Fuses one bright/dark pair of the synthetic sequence per iteration.
+// Fuses one bright/dark pair of the handheld scene per iteration.
 using PeerFunction = void (*)(benchmark::State &, int32_t width, int32_t height);
 
 // Null when the build has no peer.

@@ -39,16 +39,17 @@ uint8_t chroma(uint32_t cx, uint32_t cy, int which, bool dark) {
   return static_cast<uint8_t>(128 + c);
 }
 
-}  // namespace
+// Pan per frame, in pixels; even so that the chroma moves by whole pairs.
+constexpr int32_t kPanX = 2;
+constexpr int32_t kPanY = 2;
+// Distinct frames, rendered up front; the sequence repeats after them (the
+// view jumps back by three steps there).
+constexpr int32_t kPanFrames = 4;
 
-Geometry cameraGeometry(int32_t width, int32_t height) {
-  return Geometry{width, height, width, (height + 15) & ~15};
-}
-
-void renderFrame(const Geometry &g, int32_t index, uint8_t *frame) {
+// The scene seen from view(index), one stop darker on odd indices.
+void renderPanFrame(const Geometry &g, int32_t index, Offset view, uint8_t *frame) {
   const bool dark = (index & 1) != 0;
-  const uint32_t ox = static_cast<uint32_t>(kPanX * index);
-  const uint32_t oy = static_cast<uint32_t>(kPanY * index);
+  const uint32_t ox = static_cast<uint32_t>(view.x), oy = static_cast<uint32_t>(view.y);
   std::memset(frame, 0, g.frameBytes());
   for (int32_t y = 0; y < g.height; ++y) {
     uint8_t *row = frame + static_cast<size_t>(y) * g.stride;
@@ -67,10 +68,55 @@ void renderFrame(const Geometry &g, int32_t index, uint8_t *frame) {
   }
 }
 
-std::vector<uint8_t> renderFrame(const Geometry &g, int32_t index) {
-  std::vector<uint8_t> frame(g.frameBytes());
-  renderFrame(g, index, frame.data());
-  return frame;
+class PanScene : public Scene {
+ public:
+  explicit PanScene(const Geometry &g) : geometry_(g) {
+    for (int32_t i = 0; i < kPanFrames; ++i) {
+      frames_.emplace_back(g.frameBytes());
+      renderPanFrame(g, i, view(i), frames_.back().data());
+    }
+  }
+
+  void render(int32_t index, uint8_t *frame) const override {
+    std::memcpy(frame, frames_[index % kPanFrames].data(), geometry_.frameBytes());
+  }
+
+  Offset view(int32_t index) const override {
+    return {kPanX * (index % kPanFrames), kPanY * (index % kPanFrames)};
+  }
+
+ private:
+  Geometry geometry_;
+  std::vector<std::vector<uint8_t>> frames_;
+};
+
+}  // namespace
+
+Geometry cameraGeometry(int32_t width, int32_t height) {
+  return Geometry{width, height, width, (height + 15) & ~15};
 }
+
+Offset motion(const Scene &scene, int32_t index) {
+  const Offset now = scene.view(index), before = scene.view(index - 1);
+  return {now.x - before.x, now.y - before.y};
+}
+
+const char *sceneName(SceneKind kind) { return kind == SceneKind::Pan ? "pan" : "handheld"; }
+
+bool parseSceneName(const char *name, SceneKind *kind) {
+  for (SceneKind k : {SceneKind::Pan, SceneKind::Handheld}) {
+    if (std::strcmp(name, sceneName(k)) == 0) {
+      *kind = k;
+      return true;
+    }
+  }
+  return false;
+}
+
+std::unique_ptr<Scene> makeScene(SceneKind kind, const Geometry &g) {
+  return kind == SceneKind::Pan ? makePanScene(g) : makeHandheldScene(g);
+}
+
+std::unique_ptr<Scene> makePanScene(const Geometry &g) { return std::make_unique<PanScene>(g); }
 
 }  // namespace videohdr_bench
