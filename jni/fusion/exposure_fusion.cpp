@@ -19,6 +19,7 @@
 #include "../kernels.h"
 #include "block_spill.h"
 #include "plane_ops.h"
+#include "wide_lanes.h"
 
 namespace videohdr {
 namespace {
@@ -212,26 +213,10 @@ void exposureFusion(const FusionContext &ctx, const uint8_t *current, const uint
 #if VIDEOHDR_HAVE_NEON
 namespace {
 
-// (x * w + y * (255 - w)) >> 8 on eight lanes: widening products summed in
-// 16-bit lanes, high byte kept. 255 - w is ~w for a byte.
-inline uint8x8_t weightedBlendNeon(uint8x8_t x, uint8x8_t y, uint8x8_t weight) {
-  const uint16x8_t sum = vmlal_u8(vmull_u8(x, weight), y, vmvn_u8(weight));
-  return vshrn_n_u16(sum, 8);
-}
-
-// The same on sixteen lanes. A64 multiplies the high halves in place and
-// gathers the high bytes of both halves' sums with one unzip.
+// (x * w + y * (255 - w)) >> 8: widening products summed in 16-bit lanes,
+// high byte kept. 255 - w is ~w for a byte.
 inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x16_t weight) {
-#if defined(__aarch64__)
-  const uint8x16_t complement = vmvnq_u8(weight);
-  const uint16x8_t lo = vmlal_u8(vmull_u8(vget_low_u8(x), vget_low_u8(weight)), vget_low_u8(y),
-                                 vget_low_u8(complement));
-  const uint16x8_t hi = vmlal_high_u8(vmull_high_u8(x, weight), y, complement);
-  return vuzp2q_u8(vreinterpretq_u8_u16(lo), vreinterpretq_u8_u16(hi));
-#else
-  return vcombine_u8(weightedBlendNeon(vget_low_u8(x), vget_low_u8(y), vget_low_u8(weight)),
-                     weightedBlendNeon(vget_high_u8(x), vget_high_u8(y), vget_high_u8(weight)));
-#endif
+  return highBytes(multiplyAddWide(multiplyWide(x, weight), y, vmvnq_u8(weight)));
 }
 
 #if defined(__aarch64__)
@@ -420,7 +405,8 @@ namespace {
 // register of its own: GCC would otherwise fold the eleven pointers of the
 // row-pair loop into one index and add it to every base before each
 // multi-register load and store, which take no index (11 instructions more
-// per 32 columns).
+// per 32 columns). Turning that merging off for the whole source, as the
+// ARMv7 build does, would cost the A64 lookups more than it saves here.
 template <typename T>
 inline void advanceRow(T *&p, int32_t bytes) {
   p += bytes;

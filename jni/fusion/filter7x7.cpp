@@ -10,6 +10,7 @@
 #include "../simd.h"
 #include "plane_ops.h"
 #include "videohdr.h"
+#include "wide_lanes.h"
 
 namespace videohdr {
 namespace {
@@ -152,31 +153,17 @@ inline uint8x8_t filterLanes(uint8x8_t x0, uint8x8_t x1, uint8x8_t x2, uint8x8_t
   return vshrn_n_u16(sum, 8);
 }
 
-// The same on sixteen lanes. A64 multiplies the high halves in place and
-// keeps the high bytes of both halves' sums with one unzip.
+// The same on sixteen lanes.
 template <Filter7 K>
 inline uint8x16_t filterLanes(const uint8x16_t (&x)[kTaps]) {
-#if defined(__aarch64__)
   using t = ScaledTaps<K>;
-  const uint8x16_t taps[kTaps] = {vdupq_n_u8(t::t0), vdupq_n_u8(t::t1), vdupq_n_u8(t::t2),
-                                  vdupq_n_u8(t::t3), vdupq_n_u8(t::t2), vdupq_n_u8(t::t1),
-                                  vdupq_n_u8(t::t0)};
-  uint16x8_t lo = vmull_u8(vget_low_u8(x[3]), vget_low_u8(taps[3]));
-  uint16x8_t hi = vmull_high_u8(x[3], taps[3]);
-  for (int m : {2, 4, 1, 5, 0, 6}) {
-    lo = vmlal_u8(lo, vget_low_u8(x[m]), vget_low_u8(taps[m]));
-    hi = vmlal_high_u8(hi, x[m], taps[m]);
-  }
-  return vuzp2q_u8(vreinterpretq_u8_u16(lo), vreinterpretq_u8_u16(hi));
-#else
-  const uint8x8_t lo =
-      filterLanes<K>(vget_low_u8(x[0]), vget_low_u8(x[1]), vget_low_u8(x[2]), vget_low_u8(x[3]),
-                     vget_low_u8(x[4]), vget_low_u8(x[5]), vget_low_u8(x[6]));
-  const uint8x8_t hi =
-      filterLanes<K>(vget_high_u8(x[0]), vget_high_u8(x[1]), vget_high_u8(x[2]), vget_high_u8(x[3]),
-                     vget_high_u8(x[4]), vget_high_u8(x[5]), vget_high_u8(x[6]));
-  return vcombine_u8(lo, hi);
-#endif
+  const uint8x16_t outer = vdupq_n_u8(t::t0), next = vdupq_n_u8(t::t1);
+  const uint8x16_t inner = vdupq_n_u8(t::t2), centre = vdupq_n_u8(t::t3);
+  WideSum sum = multiplyWide(x[3], centre);
+  sum = multiplyAddWide(multiplyAddWide(sum, x[2], inner), x[4], inner);
+  sum = multiplyAddWide(multiplyAddWide(sum, x[1], next), x[5], next);
+  sum = multiplyAddWide(multiplyAddWide(sum, x[0], outer), x[6], outer);
+  return highBytes(sum);
 }
 
 // Eight results from 16 loaded bytes: the seven operands are the bytes at
@@ -256,27 +243,16 @@ void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
 // updates it with the row that enters and the row that leaves; 4 4 5 6 5 4 4
 // is 4 x that sum + (x2 + 2 x3 + x4). Strips run down the plane; the sums stay
 // below 7 x 255 and the result below 32 x 255, in 16-bit lanes.
-struct WindowSum {
-  uint16x8_t lo, hi;
-};
-
-// One output row of a strip from its window's sum and the three rows around
-// `centre`. A64 takes the high halves in place.
-inline uint8x16_t smoothedRow(const WindowSum &sum, const uint8_t *centre, ptrdiff_t pitch) {
-  const uint8x16_t x2 = vld1q_u8(centre - pitch), x3 = vld1q_u8(centre);
-  const uint8x16_t x4 = vld1q_u8(centre + pitch);
-  const uint8x16_t two = vdupq_n_u8(2);
+inline uint8x16_t smoothedRow(const WideSum &sum, uint8x16_t x2, uint8x16_t x3, uint8x16_t x4) {
+  const WideSum near = multiplyAddWide(addWide(x2, x4), x3, vdupq_n_u8(2));
   const uint16x8_t four = vdupq_n_u16(4);
-  const uint16x8_t nearLo =
-      vmlal_u8(vaddl_u8(vget_low_u8(x2), vget_low_u8(x4)), vget_low_u8(x3), vget_low_u8(two));
-#if defined(__aarch64__)
-  const uint16x8_t nearHi = vmlal_high_u8(vaddl_high_u8(x2, x4), x3, two);
-#else
-  const uint16x8_t nearHi =
-      vmlal_u8(vaddl_u8(vget_high_u8(x2), vget_high_u8(x4)), vget_high_u8(x3), vget_high_u8(two));
-#endif
-  return vcombine_u8(vshrn_n_u16(vmlaq_u16(nearLo, sum.lo, four), 5),
-                     vshrn_n_u16(vmlaq_u16(nearHi, sum.hi, four), 5));
+  return vcombine_u8(vshrn_n_u16(vmlaq_u16(near.lo, sum.lo, four), 5),
+                     vshrn_n_u16(vmlaq_u16(near.hi, sum.hi, four), 5));
+}
+
+inline WideSum slideWindow(WideSum sum, uint8x16_t enter, uint8x16_t leave) {
+  return {vsubw_u8(vaddw_u8(sum.lo, vget_low_u8(enter)), vget_low_u8(leave)),
+          vsubw_u8(vaddw_u8(sum.hi, vget_high_u8(enter)), vget_high_u8(leave))};
 }
 
 void smoothColumnsSlidingNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
@@ -284,26 +260,27 @@ void smoothColumnsSlidingNeon(const uint8_t *src, uint8_t *dst, int32_t width, i
   constexpr int kStrip = 2 * kBlock;
   const ptrdiff_t pitch = width;
   for (int32_t k = 0; k < strips; ++k) {
-    const uint8_t *column = src + kStrip * k;
-    WindowSum sum = {vdupq_n_u16(0), vdupq_n_u16(0)};
+    const uint8_t *top = src + kStrip * k;
+    WideSum sum = {vdupq_n_u16(0), vdupq_n_u16(0)};
     for (int m = 0; m < kTaps; ++m) {
-      const uint8x16_t x = vld1q_u8(column + m * pitch);
-      sum.lo = vaddw_u8(sum.lo, vget_low_u8(x));
-      sum.hi = vaddw_u8(sum.hi, vget_high_u8(x));
+      const uint8x16_t x = vld1q_u8(top + m * pitch);
+      sum = {vaddw_u8(sum.lo, vget_low_u8(x)), vaddw_u8(sum.hi, vget_high_u8(x))};
     }
+    // The window's rows 2, 3 and 4, which an output reads, and its rows 7 and
+    // 0, which a move down adds and drops, each with its own pointer (ARMv7
+    // then advances them with its loads).
+    const uint8_t *above = top + 2 * pitch, *centre = top + 3 * pitch, *below = top + 4 * pitch;
+    const uint8_t *enter = top + 7 * pitch, *leave = top;
     uint8_t *out = dst + kStrip * k + 3 * pitch;
-    const uint8_t *centre = column + 3 * pitch;
     // Every window but the last moves on after its output row; the row after
     // the last window is not read (it is past the plane).
-    for (int32_t t = 0; t < height - 7; ++t) {
-      vst1q_u8(out, smoothedRow(sum, centre, pitch));
-      const uint8x16_t enter = vld1q_u8(centre + 4 * pitch), leave = vld1q_u8(centre - 3 * pitch);
-      sum.lo = vsubw_u8(vaddw_u8(sum.lo, vget_low_u8(enter)), vget_low_u8(leave));
-      sum.hi = vsubw_u8(vaddw_u8(sum.hi, vget_high_u8(enter)), vget_high_u8(leave));
-      centre += pitch;
+    for (int32_t rows = height - 7; rows != 0; --rows) {
+      vst1q_u8(out, smoothedRow(sum, vld1q_u8(above), vld1q_u8(centre), vld1q_u8(below)));
+      sum = slideWindow(sum, vld1q_u8(enter), vld1q_u8(leave));
+      above += pitch, centre += pitch, below += pitch, enter += pitch, leave += pitch;
       out += pitch;
     }
-    vst1q_u8(out, smoothedRow(sum, centre, pitch));
+    vst1q_u8(out, smoothedRow(sum, vld1q_u8(above), vld1q_u8(centre), vld1q_u8(below)));
   }
 }
 
