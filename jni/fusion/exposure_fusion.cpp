@@ -219,6 +219,19 @@ inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x16_t weigh
   return highBytes(multiplyAddWide(multiplyWide(x, weight), y, vmvnq_u8(weight)));
 }
 
+// The same with eight weights for both halves (a chroma block). ARMv7
+// multiplies the halves by them as they are; A64 repeats them in one
+// instruction for its high-half products.
+inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x8_t weight) {
+#if defined(__aarch64__)
+  return weightedBlendNeon(x, y, vcombine_u8(weight, weight));
+#else
+  const uint8x8_t complement = vmvn_u8(weight);
+  return highBytes({vmlal_u8(vmull_u8(vget_low_u8(x), weight), vget_low_u8(y), complement),
+                    vmlal_u8(vmull_u8(vget_high_u8(x), weight), vget_high_u8(y), complement)});
+#endif
+}
+
 #if defined(__aarch64__)
 // A64 looks up 16 indices in the table's four 64-byte quarters, one
 // four-register lookup each: the first gives 0 where the index is 64 or more,
@@ -379,8 +392,7 @@ void blendChromaRowNeon(const uint8_t *bright, const uint8_t *dark, const uint8_
       [=](int32_t end) {
         for (int32_t b = 0; b < end; b += kByteBlock) {
           const uint8x8_t weight = vld1_u8(weights + b / 2);
-          vst1q_u8(out + b, weightedBlendNeon(vld1q_u8(dark + b), vld1q_u8(bright + b),
-                                              vcombine_u8(weight, weight)));
+          vst1q_u8(out + b, weightedBlendNeon(vld1q_u8(dark + b), vld1q_u8(bright + b), weight));
         }
       },
       [=](int32_t at, int32_t rest) {
@@ -453,19 +465,22 @@ inline uint8x16x2_t weightedBlendNeon(uint8x16x2_t x, uint8x16x2_t y, uint8x16x2
            weightedBlendNeon(x.val[1], y.val[1], weight.val[1])}};
 }
 
-// 32 columns, with two-register loads and stores: sixteen weights doubled by
-// zipping them with themselves for the weight rows and the luma, and each
-// half of eight taken twice over for its chroma block.
+// 32 columns, with two-register loads and stores. Weight c serves luma
+// columns 2c and 2c + 1, so de-interleaving loads split each luma row into
+// its even and odd columns, both of which take the sixteen weights as they
+// are, and interleaving stores put the results back in order; the doubled
+// weight rows are the weights stored interleaved with themselves. Each half
+// of eight weights is taken twice over for its chroma block.
 inline void doubleAndBlend32(RowPairCursor &at) {
   const uint8x16_t sixteen = vld1q_u8(at.weights);
-  const uint8x16x2_t weight = vzipq_u8(sixteen, sixteen);
+  const uint8x16x2_t weight = {{sixteen, sixteen}};
   const uint64x2_t halves = vreinterpretq_u64_u8(sixteen);
   const uint8x16x2_t chromaWeight = {{vreinterpretq_u8_u64(vdupq_laneq_u64(halves, 0)),
                                       vreinterpretq_u8_u64(vdupq_laneq_u64(halves, 1))}};
-  vst1q_u8_x2(at.p0, weight);
-  vst1q_u8_x2(at.p1, weight);
-  vst1q_u8_x2(at.o0, weightedBlendNeon(vld1q_u8_x2(at.b0), vld1q_u8_x2(at.d0), weight));
-  vst1q_u8_x2(at.o1, weightedBlendNeon(vld1q_u8_x2(at.b1), vld1q_u8_x2(at.d1), weight));
+  vst2q_u8(at.p0, weight);
+  vst2q_u8(at.p1, weight);
+  vst2q_u8(at.o0, weightedBlendNeon(vld2q_u8(at.b0), vld2q_u8(at.d0), weight));
+  vst2q_u8(at.o1, weightedBlendNeon(vld2q_u8(at.b1), vld2q_u8(at.d1), weight));
   vst1q_u8_x2(at.oc, weightedBlendNeon(vld1q_u8_x2(at.dc), vld1q_u8_x2(at.bc), chromaWeight));
   at.advance(32);
 }
@@ -480,7 +495,7 @@ inline void doubleAndBlend16(RowPairCursor &at) {
   vst1q_u8(at.p1, weight);
   vst1q_u8(at.o0, weightedBlendNeon(vld1q_u8(at.b0), vld1q_u8(at.d0), weight));
   vst1q_u8(at.o1, weightedBlendNeon(vld1q_u8(at.b1), vld1q_u8(at.d1), weight));
-  vst1q_u8(at.oc, weightedBlendNeon(vld1q_u8(at.dc), vld1q_u8(at.bc), vcombine_u8(eight, eight)));
+  vst1q_u8(at.oc, weightedBlendNeon(vld1q_u8(at.dc), vld1q_u8(at.bc), eight));
   at.advance(16);
 }
 #endif
