@@ -205,7 +205,9 @@ void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
         loadable, outputs,
         [=](int32_t end) {
           int32_t x = 0;
-          // Double blocks while their 32-byte loads stay inside the plane.
+#pragma GCC unroll 2
+          // Double blocks while their 32-byte loads stay inside the plane,
+          // two per iteration (half the loop control).
           for (; x <= lastDouble; x += 2 * kBlock)
             vst1q_u8(d + x, filterRowDoubleBlockNeon<K>(s + x));
           for (; x < end; x += kBlock) vst1_u8(d + x, filterRowBlockNeon<K>(s + x));
