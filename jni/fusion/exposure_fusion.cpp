@@ -507,9 +507,9 @@ void doubleAndBlendRowsNeon(FrameRows bright, FrameRows dark, const uint8_t *wei
                             uint8_t *doubled, OutputRows out, int32_t stride) {
   RowPairCursor at(bright, dark, weights, doubled, out, stride);
 #if defined(__aarch64__)
-  for (int32_t x = 0; x < stride; x += 32) doubleAndBlend32(at);
+  for (int32_t steps = stride / 32; steps != 0; --steps) doubleAndBlend32(at);
 #else
-  for (int32_t x = 0; x < stride; x += 16) doubleAndBlend16(at);
+  for (int32_t steps = stride / 16; steps != 0; --steps) doubleAndBlend16(at);
 #endif
 }
 
