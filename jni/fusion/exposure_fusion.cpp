@@ -298,46 +298,55 @@ WeightTable prepareWeightTable(const uint8_t *table) {
   return out;
 }
 
-// table[index] for 2 x 16 indices, slice by slice: a lookup per 8 indices
+// table[index] for N x 16 indices, slice by slice: a lookup per 8 indices
 // that leaves the lanes whose index falls outside the slice alone (the first
 // slice's lookup gives 0 there). Subtracting 32 after every slice walks each
-// index through exactly one slice.
-void lookupTableNeon(const WeightTable &table, uint8x16_t (&index)[2], uint8x16_t (&value)[2]) {
+// index through exactly one slice; the subtractions stay in that order
+// (GCC would otherwise form all seven moved indices of every vector up front,
+// more than the registers hold).
+template <int N>
+void lookupTableNeon(const WeightTable &table, uint8x16_t (&index)[N], uint8x16_t (&value)[N]) {
   const uint8x16_t sliceBytes = vdupq_n_u8(32);
   uint8x8x4_t slice = vld4_u8(table.bytes);
-  uint8x8_t lanes[4];
-  for (int v = 0; v < 2; ++v) {
+  uint8x8_t lanes[2 * N];
+  for (int v = 0; v < N; ++v) {
     lanes[2 * v] = vtbl4_u8(slice, vget_low_u8(index[v]));
     lanes[2 * v + 1] = vtbl4_u8(slice, vget_high_u8(index[v]));
   }
   for (int s = 1; s < 8; ++s) {
     slice = vld4_u8(table.bytes + 32 * s);
-    for (int v = 0; v < 2; ++v) {
+    for (int v = 0; v < N; ++v) {
       index[v] = vsubq_u8(index[v], sliceBytes);
+      opaqueVector(index[v]);
       lanes[2 * v] = vtbx4_u8(lanes[2 * v], slice, vget_low_u8(index[v]));
       lanes[2 * v + 1] = vtbx4_u8(lanes[2 * v + 1], slice, vget_high_u8(index[v]));
     }
   }
-  value[0] = vcombine_u8(lanes[0], lanes[1]);
-  value[1] = vcombine_u8(lanes[2], lanes[3]);
+  for (int v = 0; v < N; ++v) value[v] = vcombine_u8(lanes[2 * v], lanes[2 * v + 1]);
 }
 
-// 32 samples per step (a de-interleaving load keeps the even bytes), so the
-// table slices are loaded once per 32 lookups; a last group of 16 takes the
-// same step with its second half unused. count is a multiple of 16.
+// N x 16 samples from column c on (a de-interleaving load keeps the even
+// bytes).
+template <int N>
+void lookupEvenBlockNeon(const uint8_t *bright, const uint8_t *dark, const WeightTable &table,
+                         uint8_t *weights, int32_t c) {
+  uint8x16_t index[N], value[N];
+  for (int v = 0; v < N; ++v) {
+    const int32_t at = 2 * (c + 16 * v);
+    index[v] = vminq_u8(vld2q_u8(bright + at).val[0], vld2q_u8(dark + at).val[0]);
+  }
+  lookupTableNeon(table, index, value);
+  for (int v = 0; v < N; ++v) vst1q_u8(weights + c + 16 * v, value[v]);
+}
+
+// 64 samples per step, so that the table slices are loaded once per 64
+// lookups (the registers hold no more); the rest in groups of 16. count is a
+// multiple of 16.
 void lookupEvenRowNeon(const uint8_t *bright, const uint8_t *dark, const WeightTable &table,
                        uint8_t *weights, int32_t count) {
-  for (int32_t c = 0; c < count; c += 32) {
-    const bool pair = c + 32 <= count;
-    uint8x16_t index[2], value[2];
-    for (int v = 0; v < 2; ++v) {
-      const int32_t at = pair ? c + 16 * v : c;
-      index[v] = vminq_u8(vld2q_u8(bright + 2 * at).val[0], vld2q_u8(dark + 2 * at).val[0]);
-    }
-    lookupTableNeon(table, index, value);
-    vst1q_u8(weights + c, value[0]);
-    if (pair) vst1q_u8(weights + c + 16, value[1]);
-  }
+  int32_t c = 0;
+  for (; c + 64 <= count; c += 64) lookupEvenBlockNeon<4>(bright, dark, table, weights, c);
+  for (; c < count; c += 16) lookupEvenBlockNeon<1>(bright, dark, table, weights, c);
 }
 #endif
 
@@ -413,7 +422,7 @@ void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, int32_t s
 
 namespace {
 
-// Moves a row pointer on. On A64 the empty asm keeps each pointer in a
+// Moves a row pointer on. On A64 each pointer is kept opaque, in a
 // register of its own: GCC would otherwise fold the eleven pointers of the
 // row-pair loop into one index and add it to every base before each
 // multi-register load and store, which take no index (11 instructions more
@@ -423,7 +432,7 @@ template <typename T>
 inline void advanceRow(T *&p, int32_t bytes) {
   p += bytes;
 #if defined(__aarch64__)
-  __asm__("" : "+r"(p));
+  opaquePointer(p);
 #endif
 }
 

@@ -259,12 +259,11 @@ inline WideSum slideWindow(WideSum sum, uint8x16_t enter, uint8x16_t leave) {
 
 // A row of a strip, loaded whole. GCC on A64 would otherwise load the low
 // halves of the output's three rows a second time, on their own, for the
-// instructions that take only that half (three loads more per output row);
-// the empty asm keeps each in one register.
+// instructions that take only that half (three loads more per output row).
 inline uint8x16_t loadRow(const uint8_t *row) {
   uint8x16_t v = vld1q_u8(row);
 #if defined(__aarch64__)
-  __asm__("" : "+w"(v));
+  opaqueVector(v);
 #endif
   return v;
 }

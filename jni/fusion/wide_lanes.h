@@ -1,7 +1,7 @@
 // Sixteen-lane arithmetic shared by the fusion's NEON kernels: byte products
 // widened to 16 bits over both halves of a vector, and the high bytes of such
-// sums. A64 works on the high halves in place (umull2, umlal2, uaddl2) and
-// gathers the high bytes with one uzp2; ARMv7 takes the halves as its d
+// sums; and a way to keep GCC from rewriting a loop. A64 works on the high halves in place (umull2,
+// umlal2, uaddl2) and gathers the high bytes with one uzp2; ARMv7 takes the halves as its d
 // registers and unzips in place.
 #ifndef VIDEOHDR_FUSION_WIDE_LANES_H
 #define VIDEOHDR_FUSION_WIDE_LANES_H
@@ -48,6 +48,28 @@ inline uint8x16_t highBytes(WideSum sum) {
   return vuzp2q_u8(vreinterpretq_u8_u16(sum.lo), vreinterpretq_u8_u16(sum.hi));
 #else
   return vuzpq_u8(vreinterpretq_u8_u16(sum.lo), vreinterpretq_u8_u16(sum.hi)).val[1];
+#endif
+}
+
+// Make a vector or a pointer opaque to GCC at no cost: an empty asm that
+// claims to change it. For loops that GCC would otherwise rewrite into more
+// instructions; each use says what it prevents. Other hosts compile the NEON
+// code through SIMDe only to test it and need no such help.
+template <typename T>
+inline void opaqueVector(T &v) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+  __asm__("" : "+w"(v));
+#else
+  (void)v;
+#endif
+}
+
+template <typename T>
+inline void opaquePointer(T *&p) {
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+  __asm__("" : "+r"(p));
+#else
+  (void)p;
 #endif
 }
 
