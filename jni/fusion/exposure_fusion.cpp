@@ -256,27 +256,8 @@ inline void lookupTableNeon(WeightTable table, const uint8x16_t (&index)[N],
   }
 }
 
-// 32 samples per step: a four-way de-interleaving load of 64 bytes gives the
-// even samples in lanes 0 and 2, and an interleaving store of their lookups
-// puts them back in order. A last group of 16 takes a two-way load.
-void lookupEvenRowNeon(const uint8_t *bright, const uint8_t *dark, WeightTable table,
-                       uint8_t *weights, int32_t count) {
-  int32_t c = 0;
-  for (; c + 32 <= count; c += 32) {
-    const uint8x16x4_t b = vld4q_u8(bright + 2 * c), d = vld4q_u8(dark + 2 * c);
-    const uint8x16_t index[2] = {vminq_u8(b.val[0], d.val[0]), vminq_u8(b.val[2], d.val[2])};
-    uint8x16x2_t value;
-    lookupTableNeon(table, index, value.val);
-    vst2q_u8(weights + c, value);
-  }
-  if (c < count) {
-    const uint8x16_t index[1] = {
-        vminq_u8(vld2q_u8(bright + 2 * c).val[0], vld2q_u8(dark + 2 * c).val[0])};
-    uint8x16_t value[1];
-    lookupTableNeon(table, index, value);
-    vst1q_u8(weights + c, value[0]);
-  }
-}
+// Index vectors per step: two share each load of the table's quarters.
+constexpr int kLookupVectors = 2;
 #else
 // ARMv7 looks up in 32-byte slices (four 8-byte registers). The table is
 // rearranged so that a de-interleaving 32-byte load of slice s gives its four
@@ -305,72 +286,88 @@ WeightTable prepareWeightTable(const uint8_t *table) {
 // (GCC would otherwise form all seven moved indices of every vector up front,
 // more than the registers hold).
 template <int N>
-void lookupTableNeon(const WeightTable &table, uint8x16_t (&index)[N], uint8x16_t (&value)[N]) {
+inline void lookupTableNeon(const WeightTable &table, const uint8x16_t (&index)[N],
+                            uint8x16_t (&value)[N]) {
   const uint8x16_t sliceBytes = vdupq_n_u8(32);
   uint8x8x4_t slice = vld4_u8(table.bytes);
+  uint8x16_t moved[N];
   uint8x8_t lanes[2 * N];
   for (int v = 0; v < N; ++v) {
-    lanes[2 * v] = vtbl4_u8(slice, vget_low_u8(index[v]));
-    lanes[2 * v + 1] = vtbl4_u8(slice, vget_high_u8(index[v]));
+    moved[v] = index[v];
+    lanes[2 * v] = vtbl4_u8(slice, vget_low_u8(moved[v]));
+    lanes[2 * v + 1] = vtbl4_u8(slice, vget_high_u8(moved[v]));
   }
   for (int s = 1; s < 8; ++s) {
     slice = vld4_u8(table.bytes + 32 * s);
     for (int v = 0; v < N; ++v) {
-      index[v] = vsubq_u8(index[v], sliceBytes);
-      opaqueVector(index[v]);
-      lanes[2 * v] = vtbx4_u8(lanes[2 * v], slice, vget_low_u8(index[v]));
-      lanes[2 * v + 1] = vtbx4_u8(lanes[2 * v + 1], slice, vget_high_u8(index[v]));
+      moved[v] = vsubq_u8(moved[v], sliceBytes);
+      opaqueVector(moved[v]);
+      lanes[2 * v] = vtbx4_u8(lanes[2 * v], slice, vget_low_u8(moved[v]));
+      lanes[2 * v + 1] = vtbx4_u8(lanes[2 * v + 1], slice, vget_high_u8(moved[v]));
     }
   }
   for (int v = 0; v < N; ++v) value[v] = vcombine_u8(lanes[2 * v], lanes[2 * v + 1]);
 }
 
-// N x 16 samples from column c on (a de-interleaving load keeps the even
-// bytes).
-template <int N>
-void lookupEvenBlockNeon(const uint8_t *bright, const uint8_t *dark, const WeightTable &table,
-                         uint8_t *weights, int32_t c) {
-  uint8x16_t index[N], value[N];
-  for (int v = 0; v < N; ++v) {
-    const int32_t at = 2 * (c + 16 * v);
-    index[v] = vminq_u8(vld2q_u8(bright + at).val[0], vld2q_u8(dark + at).val[0]);
-  }
-  lookupTableNeon(table, index, value);
-  for (int v = 0; v < N; ++v) vst1q_u8(weights + c + 16 * v, value[v]);
+// Index vectors per step: four share each load of a slice (the registers
+// hold no more).
+constexpr int kLookupVectors = 4;
+#endif
+
+// The darker of two frames' bytes, 16 at a time: every byte (Step 1) or
+// every other one (Step 2: a de-interleaving load keeps the even ones).
+template <int Step>
+inline uint8x16_t darkerNeon(const uint8_t *a, const uint8_t *b) {
+  if constexpr (Step == 1) return vminq_u8(vld1q_u8(a), vld1q_u8(b));
+  return vminq_u8(vld2q_u8(a).val[0], vld2q_u8(b).val[0]);
 }
 
-// 64 samples per step, so that the table slices are loaded once per 64
-// lookups (the registers hold no more); the rest in groups of 16. count is a
-// multiple of 16.
-void lookupEvenRowNeon(const uint8_t *bright, const uint8_t *dark, const WeightTable &table,
-                       uint8_t *weights, int32_t count) {
-  int32_t c = 0;
-  for (; c + 64 <= count; c += 64) lookupEvenBlockNeon<4>(bright, dark, table, weights, c);
-  for (; c < count; c += 16) lookupEvenBlockNeon<1>(bright, dark, table, weights, c);
+// table[min(a, b)] for N x 16 positions, Step bytes apart.
+template <int N, int Step>
+inline void lookupBlockNeon(const uint8_t *a, const uint8_t *b, const WeightTable &table,
+                            uint8_t *weights) {
+  uint8x16_t index[N], value[N];
+  for (int v = 0; v < N; ++v) index[v] = darkerNeon<Step>(a + 16 * Step * v, b + 16 * Step * v);
+  lookupTableNeon(table, index, value);
+  for (int v = 0; v < N; ++v) vst1q_u8(weights + 16 * v, value[v]);
+}
+
+#if defined(__aarch64__)
+// A64 takes two vectors of even samples from one four-way de-interleaving
+// load of 64 bytes per frame (lanes 0 and 2) and puts their lookups back in
+// order with an interleaving store.
+template <>
+inline void lookupBlockNeon<2, 2>(const uint8_t *a, const uint8_t *b, const WeightTable &table,
+                                  uint8_t *weights) {
+  const uint8x16x4_t x = vld4q_u8(a), y = vld4q_u8(b);
+  const uint8x16_t index[2] = {vminq_u8(x.val[0], y.val[0]), vminq_u8(x.val[2], y.val[2])};
+  uint8x16x2_t value;
+  lookupTableNeon(table, index, value.val);
+  vst2q_u8(weights, value);
 }
 #endif
+
+// `count` positions, Step bytes apart, kLookupVectors x 16 per step and the
+// rest 16 at a time. count is a multiple of 16.
+template <int Step>
+void lookupRowNeon(const uint8_t *a, const uint8_t *b, const WeightTable &table, uint8_t *weights,
+                   int32_t count) {
+  constexpr int32_t kStep = 16 * kLookupVectors;
+  int32_t c = 0;
+  for (; c + kStep <= count; c += kStep)
+    lookupBlockNeon<kLookupVectors, Step>(a + Step * c, b + Step * c, table, weights + c);
+  for (; c < count; c += 16)
+    lookupBlockNeon<1, Step>(a + Step * c, b + Step * c, table, weights + c);
+}
 
 }  // namespace
 
 void lookupWeightsNeon(const uint8_t *a, const uint8_t *b, const uint8_t *table, uint8_t *weights,
                        int32_t count) {
+  const WeightTable prepared = prepareWeightTable(table);
   blocksThenRest(
       wholeBlocks<kByteBlock>(count), count,
-      [=](int32_t end) {
-        for (int32_t i = 0; i < end; i += kByteBlock) {
-          const uint8x16_t darker[1] = {vminq_u8(vld1q_u8(a + i), vld1q_u8(b + i))};
-#if defined(__aarch64__)
-          uint8x16_t value[1];
-          lookupTableNeon(table, darker, value);
-          vst1q_u8(weights + i, value[0]);
-#else
-          // A 256-entry table does not fit a vector lookup on ARMv7: byte loads.
-          uint8_t index[kByteBlock];
-          vst1q_u8(index, darker[0]);
-          for (int32_t m = 0; m < kByteBlock; ++m) weights[i + m] = table[index[m]];
-#endif
-        }
-      },
+      [&](int32_t end) { lookupRowNeon<1>(a, b, prepared, weights, end); },
       [=](int32_t at, int32_t rest) {
         lookupWeightsPortable(a + at, b + at, table, weights + at, rest);
       });
@@ -414,9 +411,9 @@ void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, int32_t s
                            const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows) {
   const WeightTable prepared = prepareWeightTable(table);
   for (int32_t r = 0; r < rows; ++r) {
-    lookupEvenRowNeon(bright + static_cast<ptrdiff_t>(2 * r) * stride,
-                      dark + static_cast<ptrdiff_t>(2 * r) * stride, prepared,
-                      weights + static_cast<ptrdiff_t>(r) * count, count);
+    lookupRowNeon<2>(bright + static_cast<ptrdiff_t>(2 * r) * stride,
+                     dark + static_cast<ptrdiff_t>(2 * r) * stride, prepared,
+                     weights + static_cast<ptrdiff_t>(r) * count, count);
   }
 }
 
