@@ -19,6 +19,7 @@
 #include "../kernels.h"
 #include "block_spill.h"
 #include "plane_ops.h"
+#include "wide_lanes.h"
 
 namespace videohdr {
 namespace {
@@ -212,27 +213,161 @@ void exposureFusion(const FusionContext &ctx, const uint8_t *current, const uint
 #if VIDEOHDR_HAVE_NEON
 namespace {
 
-// (x * w + y * (255 - w)) >> 8 on eight lanes: widening products summed in
-// 16-bit lanes, high byte kept. 255 - w is ~w for a byte.
-inline uint8x8_t weightedBlendNeon(uint8x8_t x, uint8x8_t y, uint8x8_t weight) {
-  const uint16x8_t sum = vmlal_u8(vmull_u8(x, weight), y, vmvn_u8(weight));
-  return vshrn_n_u16(sum, 8);
+// (x * w + y * (255 - w)) >> 8: widening products summed in 16-bit lanes,
+// high byte kept. 255 - w is ~w for a byte.
+inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x16_t weight) {
+  return highBytes(multiplyAddWide(multiplyWide(x, weight), y, vmvnq_u8(weight)));
+}
+
+// The same with eight weights for both halves (a chroma block). ARMv7
+// multiplies the halves by them as they are; A64 repeats them in one
+// instruction for its high-half products.
+inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x8_t weight) {
+#if defined(__aarch64__)
+  return weightedBlendNeon(x, y, vcombine_u8(weight, weight));
+#else
+  const uint8x8_t complement = vmvn_u8(weight);
+  return highBytes({vmlal_u8(vmull_u8(vget_low_u8(x), weight), vget_low_u8(y), complement),
+                    vmlal_u8(vmull_u8(vget_high_u8(x), weight), vget_high_u8(y), complement)});
+#endif
+}
+
+#if defined(__aarch64__)
+// A64 looks up 16 indices in the table's four 64-byte quarters, one
+// four-register lookup each: the first gives 0 where the index is 64 or more,
+// and each further one fills only the lanes whose index, its top two bits
+// flipped by the quarter's, falls below 64, so every lane takes its entry
+// from exactly one quarter. Each quarter is loaded once per step for all of
+// the step's index vectors (GCC does not keep four-register groups in
+// registers across a loop: it would spill and reload them anyway).
+using WeightTable = const uint8_t *;
+
+inline WeightTable prepareWeightTable(const uint8_t *table) { return table; }
+
+template <int N>
+inline void lookupTableNeon(WeightTable table, const uint8x16_t (&index)[N],
+                            uint8x16_t (&value)[N]) {
+  uint8x16x4_t quarter = vld1q_u8_x4(table);
+  for (int v = 0; v < N; ++v) value[v] = vqtbl4q_u8(quarter, index[v]);
+  for (int q = 1; q < 4; ++q) {
+    quarter = vld1q_u8_x4(table + 64 * q);
+    const uint8x16_t flip = vdupq_n_u8(static_cast<uint8_t>(64 * q));
+    for (int v = 0; v < N; ++v) value[v] = vqtbx4q_u8(value[v], quarter, veorq_u8(index[v], flip));
+  }
+}
+
+// Index vectors per step: two share each load of the table's quarters.
+constexpr int kLookupVectors = 2;
+#else
+// ARMv7 looks up in 32-byte slices (four 8-byte registers). The table is
+// rearranged so that a de-interleaving 32-byte load of slice s gives its four
+// 8-byte quarters in order (byte 4j + k of a slice holds entry 8k + j), which
+// puts every slice straight into the four consecutive registers a table
+// lookup takes.
+struct WeightTable {
+  uint8_t bytes[256];
+};
+
+WeightTable prepareWeightTable(const uint8_t *table) {
+  WeightTable out;
+  for (int s = 0; s < 8; ++s) {
+    const uint8x16_t a = vld1q_u8(table + 32 * s), b = vld1q_u8(table + 32 * s + 16);
+    const uint8x8x4_t quarters = {
+        {vget_low_u8(a), vget_high_u8(a), vget_low_u8(b), vget_high_u8(b)}};
+    vst4_u8(out.bytes + 32 * s, quarters);
+  }
+  return out;
+}
+
+// table[index] for N x 16 indices, slice by slice: a lookup per 8 indices
+// that leaves the lanes whose index falls outside the slice alone (the first
+// slice's lookup gives 0 there). Subtracting 32 after every slice walks each
+// index through exactly one slice; the subtractions stay in that order
+// (GCC would otherwise form all seven moved indices of every vector up front,
+// more than the registers hold).
+template <int N>
+inline void lookupTableNeon(const WeightTable &table, const uint8x16_t (&index)[N],
+                            uint8x16_t (&value)[N]) {
+  const uint8x16_t sliceBytes = vdupq_n_u8(32);
+  uint8x8x4_t slice = vld4_u8(table.bytes);
+  uint8x16_t moved[N];
+  uint8x8_t lanes[2 * N];
+  for (int v = 0; v < N; ++v) {
+    moved[v] = index[v];
+    lanes[2 * v] = vtbl4_u8(slice, vget_low_u8(moved[v]));
+    lanes[2 * v + 1] = vtbl4_u8(slice, vget_high_u8(moved[v]));
+  }
+  for (int s = 1; s < 8; ++s) {
+    slice = vld4_u8(table.bytes + 32 * s);
+    for (int v = 0; v < N; ++v) {
+      moved[v] = vsubq_u8(moved[v], sliceBytes);
+      opaqueVector(moved[v]);
+      lanes[2 * v] = vtbx4_u8(lanes[2 * v], slice, vget_low_u8(moved[v]));
+      lanes[2 * v + 1] = vtbx4_u8(lanes[2 * v + 1], slice, vget_high_u8(moved[v]));
+    }
+  }
+  for (int v = 0; v < N; ++v) value[v] = vcombine_u8(lanes[2 * v], lanes[2 * v + 1]);
+}
+
+// Index vectors per step: four share each load of a slice (the registers
+// hold no more).
+constexpr int kLookupVectors = 4;
+#endif
+
+// The darker of two frames' bytes, 16 at a time: every byte (Step 1) or
+// every other one (Step 2: a de-interleaving load keeps the even ones).
+template <int Step>
+inline uint8x16_t darkerNeon(const uint8_t *a, const uint8_t *b) {
+  if constexpr (Step == 1) return vminq_u8(vld1q_u8(a), vld1q_u8(b));
+  return vminq_u8(vld2q_u8(a).val[0], vld2q_u8(b).val[0]);
+}
+
+// table[min(a, b)] for N x 16 positions, Step bytes apart.
+template <int N, int Step>
+inline void lookupBlockNeon(const uint8_t *a, const uint8_t *b, const WeightTable &table,
+                            uint8_t *weights) {
+  uint8x16_t index[N], value[N];
+  for (int v = 0; v < N; ++v) index[v] = darkerNeon<Step>(a + 16 * Step * v, b + 16 * Step * v);
+  lookupTableNeon(table, index, value);
+  for (int v = 0; v < N; ++v) vst1q_u8(weights + 16 * v, value[v]);
+}
+
+#if defined(__aarch64__)
+// A64 takes two vectors of even samples from one four-way de-interleaving
+// load of 64 bytes per frame (lanes 0 and 2) and puts their lookups back in
+// order with an interleaving store.
+template <>
+inline void lookupBlockNeon<2, 2>(const uint8_t *a, const uint8_t *b, const WeightTable &table,
+                                  uint8_t *weights) {
+  const uint8x16x4_t x = vld4q_u8(a), y = vld4q_u8(b);
+  const uint8x16_t index[2] = {vminq_u8(x.val[0], y.val[0]), vminq_u8(x.val[2], y.val[2])};
+  uint8x16x2_t value;
+  lookupTableNeon(table, index, value.val);
+  vst2q_u8(weights, value);
+}
+#endif
+
+// `count` positions, Step bytes apart, kLookupVectors x 16 per step and the
+// rest 16 at a time. count is a multiple of 16.
+template <int Step>
+void lookupRowNeon(const uint8_t *a, const uint8_t *b, const WeightTable &table, uint8_t *weights,
+                   int32_t count) {
+  constexpr int32_t kStep = 16 * kLookupVectors;
+  int32_t c = 0;
+  for (; c + kStep <= count; c += kStep)
+    lookupBlockNeon<kLookupVectors, Step>(a + Step * c, b + Step * c, table, weights + c);
+  for (; c < count; c += 16)
+    lookupBlockNeon<1, Step>(a + Step * c, b + Step * c, table, weights + c);
 }
 
 }  // namespace
 
 void lookupWeightsNeon(const uint8_t *a, const uint8_t *b, const uint8_t *table, uint8_t *weights,
                        int32_t count) {
+  const WeightTable prepared = prepareWeightTable(table);
   blocksThenRest(
       wholeBlocks<kByteBlock>(count), count,
-      [=](int32_t end) {
-        for (int32_t i = 0; i < end; i += kByteBlock) {
-          uint8_t darker[kByteBlock];
-          vst1q_u8(darker, vminq_u8(vld1q_u8(a + i), vld1q_u8(b + i)));
-          // A 256-entry table does not fit a vector lookup on ARMv7: byte loads.
-          for (int32_t m = 0; m < kByteBlock; ++m) weights[i + m] = table[darker[m]];
-        }
-      },
+      [&](int32_t end) { lookupRowNeon<1>(a, b, prepared, weights, end); },
       [=](int32_t at, int32_t rest) {
         lookupWeightsPortable(a + at, b + at, table, weights + at, rest);
       });
@@ -244,13 +379,8 @@ void blendLumaNeon(const uint8_t *bright, const uint8_t *dark, const uint8_t *we
       wholeBlocks<kByteBlock>(count), count,
       [=](int32_t end) {
         for (int32_t i = 0; i < end; i += kByteBlock) {
-          const uint8x16_t x = vld1q_u8(bright + i);
-          const uint8x16_t y = vld1q_u8(dark + i);
-          const uint8x16_t weight = vld1q_u8(weights + i);
-          vst1q_u8(out + i,
-                   vcombine_u8(
-                       weightedBlendNeon(vget_low_u8(x), vget_low_u8(y), vget_low_u8(weight)),
-                       weightedBlendNeon(vget_high_u8(x), vget_high_u8(y), vget_high_u8(weight))));
+          vst1q_u8(out + i, weightedBlendNeon(vld1q_u8(bright + i), vld1q_u8(dark + i),
+                                              vld1q_u8(weights + i)));
         }
       },
       [=](int32_t at, int32_t rest) {
@@ -268,11 +398,7 @@ void blendChromaRowNeon(const uint8_t *bright, const uint8_t *dark, const uint8_
       [=](int32_t end) {
         for (int32_t b = 0; b < end; b += kByteBlock) {
           const uint8x8_t weight = vld1_u8(weights + b / 2);
-          const uint8x16_t x = vld1q_u8(dark + b);
-          const uint8x16_t y = vld1q_u8(bright + b);
-          vst1q_u8(out + b,
-                   vcombine_u8(weightedBlendNeon(vget_low_u8(x), vget_low_u8(y), weight),
-                               weightedBlendNeon(vget_high_u8(x), vget_high_u8(y), weight)));
+          vst1q_u8(out + b, weightedBlendNeon(vld1q_u8(dark + b), vld1q_u8(bright + b), weight));
         }
       },
       [=](int32_t at, int32_t rest) {
@@ -280,110 +406,117 @@ void blendChromaRowNeon(const uint8_t *bright, const uint8_t *dark, const uint8_
       });
 }
 
+// The table is prepared once for all rows.
+void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, int32_t stride,
+                           const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows) {
+  const WeightTable prepared = prepareWeightTable(table);
+  for (int32_t r = 0; r < rows; ++r) {
+    lookupRowNeon<2>(bright + static_cast<ptrdiff_t>(2 * r) * stride,
+                     dark + static_cast<ptrdiff_t>(2 * r) * stride, prepared,
+                     weights + static_cast<ptrdiff_t>(r) * count, count);
+  }
+}
+
 namespace {
 
-// The table rearranged so that a de-interleaving 32-byte load of slice s
-// gives its four 8-byte quarters in order (byte 4j + k of a slice holds entry
-// 8k + j), which puts every slice straight into the four consecutive
-// registers a table lookup takes.
-struct SliceTable {
-  uint8_t bytes[256];
+// Moves a row pointer on. On A64 each pointer is kept opaque, in a
+// register of its own: GCC would otherwise fold the eleven pointers of the
+// row-pair loop into one index and add it to every base before each
+// multi-register load and store, which take no index (11 instructions more
+// per 32 columns). Turning that merging off for the whole source, as the
+// ARMv7 build does, would cost the A64 lookups more than it saves here.
+template <typename T>
+inline void advanceRow(T *&p, int32_t bytes) {
+  p += bytes;
+#if defined(__aarch64__)
+  opaquePointer(p);
+#endif
+}
+
+// The frame and output rows a step of the row-pair kernel works on: luma rows
+// 0 and 1, the chroma row, and the two rows of the doubled weights. Each
+// advances by itself, so that every load and store increments its own address.
+struct RowPairCursor {
+  const uint8_t *b0, *b1, *bc, *d0, *d1, *dc;
+  uint8_t *p0, *p1, *o0, *o1, *oc;
+  const uint8_t *weights;
+
+  RowPairCursor(FrameRows bright, FrameRows dark, const uint8_t *w, uint8_t *doubled,
+                OutputRows out, int32_t stride)
+      : b0(bright.luma),
+        b1(bright.luma + stride),
+        bc(bright.chroma),
+        d0(dark.luma),
+        d1(dark.luma + stride),
+        dc(dark.chroma),
+        p0(doubled),
+        p1(doubled + stride),
+        o0(out.luma),
+        o1(out.luma + stride),
+        oc(out.chroma),
+        weights(w) {}
+
+  void advance(int32_t columns) {
+    advanceRow(b0, columns), advanceRow(b1, columns), advanceRow(bc, columns);
+    advanceRow(d0, columns), advanceRow(d1, columns), advanceRow(dc, columns);
+    advanceRow(p0, columns), advanceRow(p1, columns);
+    advanceRow(o0, columns), advanceRow(o1, columns), advanceRow(oc, columns);
+    advanceRow(weights, columns / 2);
+  }
 };
 
-void prepareSliceTable(const uint8_t *table, SliceTable &out) {
-  for (int s = 0; s < 8; ++s) {
-    const uint8x16_t a = vld1q_u8(table + 32 * s), b = vld1q_u8(table + 32 * s + 16);
-    const uint8x8x4_t quarters = {
-        {vget_low_u8(a), vget_high_u8(a), vget_low_u8(b), vget_high_u8(b)}};
-    vst4_u8(out.bytes + 32 * s, quarters);
-  }
+#if defined(__aarch64__)
+inline uint8x16x2_t weightedBlendNeon(uint8x16x2_t x, uint8x16x2_t y, uint8x16x2_t weight) {
+  return {{weightedBlendNeon(x.val[0], y.val[0], weight.val[0]),
+           weightedBlendNeon(x.val[1], y.val[1], weight.val[1])}};
 }
 
-// table[index] for 2 x 16 indices, slice by slice: a lookup per 8 indices
-// that leaves the lanes whose index falls outside the slice alone (the first
-// slice's lookup gives 0 there). Subtracting 32 after every slice walks each
-// index through exactly one slice.
-void lookupTableNeon(const SliceTable &table, uint8x16_t (&index)[2], uint8x16_t (&value)[2]) {
-  const uint8x16_t sliceBytes = vdupq_n_u8(32);
-  uint8x8x4_t slice = vld4_u8(table.bytes);
-  uint8x8_t lanes[4];
-  for (int v = 0; v < 2; ++v) {
-    lanes[2 * v] = vtbl4_u8(slice, vget_low_u8(index[v]));
-    lanes[2 * v + 1] = vtbl4_u8(slice, vget_high_u8(index[v]));
-  }
-  for (int s = 1; s < 8; ++s) {
-    slice = vld4_u8(table.bytes + 32 * s);
-    for (int v = 0; v < 2; ++v) {
-      index[v] = vsubq_u8(index[v], sliceBytes);
-      lanes[2 * v] = vtbx4_u8(lanes[2 * v], slice, vget_low_u8(index[v]));
-      lanes[2 * v + 1] = vtbx4_u8(lanes[2 * v + 1], slice, vget_high_u8(index[v]));
-    }
-  }
-  value[0] = vcombine_u8(lanes[0], lanes[1]);
-  value[1] = vcombine_u8(lanes[2], lanes[3]);
+// 32 columns, with two-register loads and stores. Weight c serves luma
+// columns 2c and 2c + 1, so de-interleaving loads split each luma row into
+// its even and odd columns, both of which take the sixteen weights as they
+// are, and interleaving stores put the results back in order; the doubled
+// weight rows are the weights stored interleaved with themselves. Each half
+// of eight weights is taken twice over for its chroma block.
+inline void doubleAndBlend32(RowPairCursor &at) {
+  const uint8x16_t sixteen = vld1q_u8(at.weights);
+  const uint8x16x2_t weight = {{sixteen, sixteen}};
+  const uint64x2_t halves = vreinterpretq_u64_u8(sixteen);
+  const uint8x16x2_t chromaWeight = {{vreinterpretq_u8_u64(vdupq_laneq_u64(halves, 0)),
+                                      vreinterpretq_u8_u64(vdupq_laneq_u64(halves, 1))}};
+  vst2q_u8(at.p0, weight);
+  vst2q_u8(at.p1, weight);
+  vst2q_u8(at.o0, weightedBlendNeon(vld2q_u8(at.b0), vld2q_u8(at.d0), weight));
+  vst2q_u8(at.o1, weightedBlendNeon(vld2q_u8(at.b1), vld2q_u8(at.d1), weight));
+  vst1q_u8_x2(at.oc, weightedBlendNeon(vld1q_u8_x2(at.dc), vld1q_u8_x2(at.bc), chromaWeight));
+  at.advance(32);
 }
-
-inline uint8x16_t weightedBlendNeon(uint8x16_t x, uint8x16_t y, uint8x16_t weight) {
-  return vcombine_u8(weightedBlendNeon(vget_low_u8(x), vget_low_u8(y), vget_low_u8(weight)),
-                     weightedBlendNeon(vget_high_u8(x), vget_high_u8(y), vget_high_u8(weight)));
+#else
+// 16 columns: eight weights doubled (widened and multiplied by 257, which
+// puts each byte in both halves of its lane) for the weight rows and the
+// luma, and taken twice over for the chroma block.
+inline void doubleAndBlend16(RowPairCursor &at) {
+  const uint8x8_t eight = vld1_u8(at.weights);
+  const uint8x16_t weight = vreinterpretq_u8_u16(vmulq_n_u16(vmovl_u8(eight), 257));
+  vst1q_u8(at.p0, weight);
+  vst1q_u8(at.p1, weight);
+  vst1q_u8(at.o0, weightedBlendNeon(vld1q_u8(at.b0), vld1q_u8(at.d0), weight));
+  vst1q_u8(at.o1, weightedBlendNeon(vld1q_u8(at.b1), vld1q_u8(at.d1), weight));
+  vst1q_u8(at.oc, weightedBlendNeon(vld1q_u8(at.dc), vld1q_u8(at.bc), eight));
+  at.advance(16);
 }
-
-// 32 samples per step (a de-interleaving load keeps the even bytes), so the
-// table slices are loaded once per 32 lookups; a last group of 16 takes the
-// same step with its second half unused. count is a multiple of 16.
-void lookupEvenRowNeon(const uint8_t *bright, const uint8_t *dark, const SliceTable &slices,
-                       uint8_t *weights, int32_t count) {
-  for (int32_t c = 0; c < count; c += 32) {
-    const bool pair = c + 32 <= count;
-    uint8x16_t index[2], value[2];
-    for (int v = 0; v < 2; ++v) {
-      const int32_t at = pair ? c + 16 * v : c;
-      index[v] = vminq_u8(vld2q_u8(bright + 2 * at).val[0], vld2q_u8(dark + 2 * at).val[0]);
-    }
-    lookupTableNeon(slices, index, value);
-    vst1q_u8(weights + c, value[0]);
-    if (pair) vst1q_u8(weights + c + 16, value[1]);
-  }
-}
+#endif
 
 }  // namespace
 
-// The table is rearranged once for all rows.
-void lookupEvenSamplesNeon(const uint8_t *bright, const uint8_t *dark, int32_t stride,
-                           const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows) {
-  SliceTable slices;
-  prepareSliceTable(table, slices);
-  for (int32_t r = 0; r < rows; ++r) {
-    lookupEvenRowNeon(bright + static_cast<ptrdiff_t>(2 * r) * stride,
-                      dark + static_cast<ptrdiff_t>(2 * r) * stride, slices,
-                      weights + static_cast<ptrdiff_t>(r) * count, count);
-  }
-}
-
-// 16 columns per step: eight weights doubled (widened and multiplied by 257,
-// which puts each byte in both halves of its lane) for the weight rows and
-// the luma, and taken twice over for the chroma block. The pointers advance
-// by themselves so that every load and store increments its own address.
-// stride is a multiple of 16.
+// stride is a multiple of 32.
 void doubleAndBlendRowsNeon(FrameRows bright, FrameRows dark, const uint8_t *weights,
                             uint8_t *doubled, OutputRows out, int32_t stride) {
-  const uint8_t *b0 = bright.luma, *b1 = bright.luma + stride, *bc = bright.chroma;
-  const uint8_t *d0 = dark.luma, *d1 = dark.luma + stride, *dc = dark.chroma;
-  uint8_t *p0 = doubled, *p1 = doubled + stride;
-  uint8_t *o0 = out.luma, *o1 = out.luma + stride, *oc = out.chroma;
-  for (int32_t x = 0; x < stride; x += 16) {
-    const uint8x8_t eight = vld1_u8(weights);
-    weights += 8;
-    const uint8x16_t weight = vreinterpretq_u8_u16(vmulq_n_u16(vmovl_u8(eight), 257));
-    vst1q_u8(p0, weight);
-    p0 += 16;
-    vst1q_u8(p1, weight);
-    p1 += 16;
-    vst1q_u8(o0, weightedBlendNeon(vld1q_u8(b0), vld1q_u8(d0), weight));
-    vst1q_u8(o1, weightedBlendNeon(vld1q_u8(b1), vld1q_u8(d1), weight));
-    vst1q_u8(oc, weightedBlendNeon(vld1q_u8(dc), vld1q_u8(bc), vcombine_u8(eight, eight)));
-    b0 += 16, b1 += 16, bc += 16, d0 += 16, d1 += 16, dc += 16, o0 += 16, o1 += 16, oc += 16;
-  }
+  RowPairCursor at(bright, dark, weights, doubled, out, stride);
+#if defined(__aarch64__)
+  for (int32_t steps = stride / 32; steps != 0; --steps) doubleAndBlend32(at);
+#else
+  for (int32_t steps = stride / 16; steps != 0; --steps) doubleAndBlend16(at);
+#endif
 }
 
 #endif  // VIDEOHDR_HAVE_NEON

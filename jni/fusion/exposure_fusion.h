@@ -63,7 +63,7 @@ struct FusionKernels {
   // Half-resolution weight row r doubled into luma rows 2r and 2r + 1 of the
   // weight plane (pitch stride), both luma rows blended with those weights,
   // and chroma row r blended as blendChromaRow does with `weights`. stride is
-  // a multiple of 16.
+  // a multiple of 32.
   void (*doubleAndBlendRows)(FrameRows bright, FrameRows dark, const uint8_t *weights,
                              uint8_t *doubled, OutputRows out, int32_t stride);
 };

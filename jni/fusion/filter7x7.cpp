@@ -10,6 +10,7 @@
 #include "../simd.h"
 #include "plane_ops.h"
 #include "videohdr.h"
+#include "wide_lanes.h"
 
 namespace videohdr {
 namespace {
@@ -129,32 +130,40 @@ constexpr int kRowBlockLoad = 16;
 // A double block (16 results) loads 32 bytes.
 constexpr int kDoubleBlockLoad = 32;
 
-// sum + t * v for a constant tap: an add, a shift and an add for powers of
-// two, else a multiply-accumulate by a constant vector (a by-scalar multiply
-// would reload its scalar lane on every step).
-template <uint16_t T>
-uint16x8_t addScaled(uint16x8_t sum, uint16x8_t v) {
-  if (T == 1) return vaddq_u16(sum, v);
-  if (T == 2) return vaddq_u16(sum, vshlq_n_u16(v, 1));
-  if (T == 4) return vaddq_u16(sum, vshlq_n_u16(v, 2));
-  return vmlaq_u16(sum, v, vdupq_n_u16(T));
+// The taps scaled by 2^(8 - shift), so that they sum to 256: a result is
+// then the high byte of its 16-bit sum (at most 255 x 256, which does not
+// wrap), the same as the sum of the plain taps shifted right.
+template <Filter7 K>
+struct ScaledTaps {
+  static constexpr int scale = 8 - Kernel7<K>::shift;
+  static constexpr uint8_t t0 = Kernel7<K>::t0 << scale, t1 = Kernel7<K>::t1 << scale,
+                           t2 = Kernel7<K>::t2 << scale, t3 = Kernel7<K>::t3 << scale;
+};
+
+// The weighted sum of seven operand vectors, one widening multiply-accumulate
+// per tap, and its high bytes.
+template <Filter7 K>
+inline uint8x8_t filterLanes(uint8x8_t x0, uint8x8_t x1, uint8x8_t x2, uint8x8_t x3, uint8x8_t x4,
+                             uint8x8_t x5, uint8x8_t x6) {
+  using t = ScaledTaps<K>;
+  uint16x8_t sum = vmull_u8(x3, vdup_n_u8(t::t3));
+  sum = vmlal_u8(vmlal_u8(sum, x2, vdup_n_u8(t::t2)), x4, vdup_n_u8(t::t2));
+  sum = vmlal_u8(vmlal_u8(sum, x1, vdup_n_u8(t::t1)), x5, vdup_n_u8(t::t1));
+  sum = vmlal_u8(vmlal_u8(sum, x0, vdup_n_u8(t::t0)), x6, vdup_n_u8(t::t0));
+  return vshrn_n_u16(sum, 8);
 }
 
-// The weighted sum of seven operand vectors, by symmetric pairs.
+// The same on sixteen lanes.
 template <Filter7 K>
-uint8x8_t filterLanes(uint8x8_t x0, uint8x8_t x1, uint8x8_t x2, uint8x8_t x3, uint8x8_t x4,
-                      uint8x8_t x5, uint8x8_t x6) {
-  using k = Kernel7<K>;
-  uint16x8_t sum = vmull_u8(x3, vdup_n_u8(k::t3));
-  sum = addScaled<k::t2>(sum, vaddl_u8(x2, x4));
-  if constexpr (k::t0 == k::t1) {
-    // Equal outer taps scale the sum of both pairs once.
-    sum = addScaled<k::t0>(sum, vaddq_u16(vaddl_u8(x1, x5), vaddl_u8(x0, x6)));
-  } else {
-    sum = addScaled<k::t1>(sum, vaddl_u8(x1, x5));
-    sum = addScaled<k::t0>(sum, vaddl_u8(x0, x6));
-  }
-  return vshrn_n_u16(sum, k::shift);
+inline uint8x16_t filterLanes(const uint8x16_t (&x)[kTaps]) {
+  using t = ScaledTaps<K>;
+  const uint8x16_t outer = vdupq_n_u8(t::t0), next = vdupq_n_u8(t::t1);
+  const uint8x16_t inner = vdupq_n_u8(t::t2), centre = vdupq_n_u8(t::t3);
+  WideSum sum = multiplyWide(x[3], centre);
+  sum = multiplyAddWide(multiplyAddWide(sum, x[2], inner), x[4], inner);
+  sum = multiplyAddWide(multiplyAddWide(sum, x[1], next), x[5], next);
+  sum = multiplyAddWide(multiplyAddWide(sum, x[0], outer), x[6], outer);
+  return highBytes(sum);
 }
 
 // Eight results from 16 loaded bytes: the seven operands are the bytes at
@@ -171,20 +180,8 @@ uint8x8_t filterRowBlockNeon(const uint8_t *s) {
 template <Filter7 K>
 uint8x16_t filterRowDoubleBlockNeon(const uint8_t *s) {
   const uint8x16_t a = vld1q_u8(s), b = vld1q_u8(s + 16);
-  const uint8x16_t x[kTaps] = {a,
-                               vextq_u8(a, b, 1),
-                               vextq_u8(a, b, 2),
-                               vextq_u8(a, b, 3),
-                               vextq_u8(a, b, 4),
-                               vextq_u8(a, b, 5),
-                               vextq_u8(a, b, 6)};
-  const uint8x8_t lo =
-      filterLanes<K>(vget_low_u8(x[0]), vget_low_u8(x[1]), vget_low_u8(x[2]), vget_low_u8(x[3]),
-                     vget_low_u8(x[4]), vget_low_u8(x[5]), vget_low_u8(x[6]));
-  const uint8x8_t hi =
-      filterLanes<K>(vget_high_u8(x[0]), vget_high_u8(x[1]), vget_high_u8(x[2]), vget_high_u8(x[3]),
-                     vget_high_u8(x[4]), vget_high_u8(x[5]), vget_high_u8(x[6]));
-  return vcombine_u8(lo, hi);
+  return filterLanes<K>({a, vextq_u8(a, b, 1), vextq_u8(a, b, 2), vextq_u8(a, b, 3),
+                         vextq_u8(a, b, 4), vextq_u8(a, b, 5), vextq_u8(a, b, 6)});
 }
 
 template <Filter7 K>
@@ -208,7 +205,9 @@ void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
         loadable, outputs,
         [=](int32_t end) {
           int32_t x = 0;
-          // Double blocks while their 32-byte loads stay inside the plane.
+#pragma GCC unroll 2
+          // Double blocks while their 32-byte loads stay inside the plane,
+          // two per iteration (half the loop control).
           for (; x <= lastDouble; x += 2 * kBlock)
             vst1q_u8(d + x, filterRowDoubleBlockNeon<K>(s + x));
           for (; x < end; x += kBlock) vst1_u8(d + x, filterRowBlockNeon<K>(s + x));
@@ -231,13 +230,7 @@ void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
     for (; c + 2 * kBlock <= columns; c += 2 * kBlock) {
       uint8x16_t x[kTaps];
       for (int m = 0; m < kTaps; ++m) x[m] = vld1q_u8(l[m] + c);
-      const uint8x8_t lo =
-          filterLanes<K>(vget_low_u8(x[0]), vget_low_u8(x[1]), vget_low_u8(x[2]), vget_low_u8(x[3]),
-                         vget_low_u8(x[4]), vget_low_u8(x[5]), vget_low_u8(x[6]));
-      const uint8x8_t hi = filterLanes<K>(
-          vget_high_u8(x[0]), vget_high_u8(x[1]), vget_high_u8(x[2]), vget_high_u8(x[3]),
-          vget_high_u8(x[4]), vget_high_u8(x[5]), vget_high_u8(x[6]));
-      vst1q_u8(d + c, vcombine_u8(lo, hi));
+      vst1q_u8(d + c, filterLanes<K>(x));
     }
     if (c < columns) {
       vst1_u8(d + c, filterLanes<K>(vld1_u8(l[0] + c), vld1_u8(l[1] + c), vld1_u8(l[2] + c),
@@ -250,39 +243,57 @@ void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
 // The flat kernel with a border of 3 moves its window down one row per
 // output, so a 16-column strip keeps the sum of its seven window rows and
 // updates it with the row that enters and the row that leaves; 4 4 5 6 5 4 4
-// is 4 x that sum + (x2 + x4) + 2 x3. Strips run down the plane; the sums stay
+// is 4 x that sum + (x2 + 2 x3 + x4). Strips run down the plane; the sums stay
 // below 7 x 255 and the result below 32 x 255, in 16-bit lanes.
+inline uint8x16_t smoothedRow(const WideSum &sum, uint8x16_t x2, uint8x16_t x3, uint8x16_t x4) {
+  const WideSum near = multiplyAddWide(addWide(x2, x4), x3, vdupq_n_u8(2));
+  const uint16x8_t four = vdupq_n_u16(4);
+  return vcombine_u8(vshrn_n_u16(vmlaq_u16(near.lo, sum.lo, four), 5),
+                     vshrn_n_u16(vmlaq_u16(near.hi, sum.hi, four), 5));
+}
+
+inline WideSum slideWindow(WideSum sum, uint8x16_t enter, uint8x16_t leave) {
+  return {vsubw_u8(vaddw_u8(sum.lo, vget_low_u8(enter)), vget_low_u8(leave)),
+          vsubw_u8(vaddw_u8(sum.hi, vget_high_u8(enter)), vget_high_u8(leave))};
+}
+
+// A row of a strip, loaded whole. GCC on A64 would otherwise load the low
+// halves of the output's three rows a second time, on their own, for the
+// instructions that take only that half (three loads more per output row).
+inline uint8x16_t loadRow(const uint8_t *row) {
+  uint8x16_t v = vld1q_u8(row);
+#if defined(__aarch64__)
+  opaqueVector(v);
+#endif
+  return v;
+}
+
 void smoothColumnsSlidingNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                               int32_t strips) {
   constexpr int kStrip = 2 * kBlock;
-  const uint16x8_t four = vdupq_n_u16(4);
   const ptrdiff_t pitch = width;
   for (int32_t k = 0; k < strips; ++k) {
-    const uint8_t *column = src + kStrip * k;
-    uint16x8_t lo = vdupq_n_u16(0), hi = vdupq_n_u16(0);
+    const uint8_t *top = src + kStrip * k;
+    WideSum sum = {vdupq_n_u16(0), vdupq_n_u16(0)};
     for (int m = 0; m < kTaps; ++m) {
-      const uint8x16_t x = vld1q_u8(column + m * pitch);
-      lo = vaddw_u8(lo, vget_low_u8(x));
-      hi = vaddw_u8(hi, vget_high_u8(x));
+      const uint8x16_t x = vld1q_u8(top + m * pitch);
+      sum = {vaddw_u8(sum.lo, vget_low_u8(x)), vaddw_u8(sum.hi, vget_high_u8(x))};
     }
+    // The window's rows 2, 3 and 4, which an output reads, and its rows 7 and
+    // 0, which a move down adds and drops, each with its own pointer (ARMv7
+    // then advances them with its loads).
+    const uint8_t *above = top + 2 * pitch, *centre = top + 3 * pitch, *below = top + 4 * pitch;
+    const uint8_t *enter = top + 7 * pitch, *leave = top;
     uint8_t *out = dst + kStrip * k + 3 * pitch;
-    const uint8_t *centre = column + 3 * pitch;
-    for (int32_t t = 0; t < height - 6; ++t) {
-      const uint8x16_t x2 = vld1q_u8(centre - pitch), x3 = vld1q_u8(centre);
-      const uint8x16_t x4 = vld1q_u8(centre + pitch);
-      uint16x8_t nearLo = vaddl_u8(vget_low_u8(x2), vget_low_u8(x4));
-      uint16x8_t nearHi = vaddl_u8(vget_high_u8(x2), vget_high_u8(x4));
-      nearLo = vaddw_u8(vaddw_u8(nearLo, vget_low_u8(x3)), vget_low_u8(x3));
-      nearHi = vaddw_u8(vaddw_u8(nearHi, vget_high_u8(x3)), vget_high_u8(x3));
-      vst1q_u8(out, vcombine_u8(vshrn_n_u16(vmlaq_u16(nearLo, lo, four), 5),
-                                vshrn_n_u16(vmlaq_u16(nearHi, hi, four), 5)));
+    // Every window but the last moves on after its output row; the row after
+    // the last window is not read (it is past the plane).
+    for (int32_t rows = height - 7; rows != 0; --rows) {
+      vst1q_u8(out, smoothedRow(sum, loadRow(above), loadRow(centre), loadRow(below)));
+      sum = slideWindow(sum, vld1q_u8(enter), vld1q_u8(leave));
+      above += pitch, centre += pitch, below += pitch, enter += pitch, leave += pitch;
       out += pitch;
-      if (t + 7 == height) break;  // the row after the last window is not read
-      const uint8x16_t enter = vld1q_u8(centre + 4 * pitch), leave = vld1q_u8(centre - 3 * pitch);
-      lo = vsubw_u8(vaddw_u8(lo, vget_low_u8(enter)), vget_low_u8(leave));
-      hi = vsubw_u8(vaddw_u8(hi, vget_high_u8(enter)), vget_high_u8(leave));
-      centre += pitch;
     }
+    vst1q_u8(out, smoothedRow(sum, loadRow(above), loadRow(centre), loadRow(below)));
   }
 }
 

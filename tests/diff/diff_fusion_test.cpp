@@ -84,9 +84,12 @@ TEST(FusionKernelDiff, WholeKernel) {
   for (int stride : checkasm::widthsToTry(1, 200, rng))
     for (int height : {1, 2, 3, 5, 7, 12, 13, 14, 15, 16, 29, 40})
       expectKernelVariantsMatch({stride, height, height + static_cast<int>(rng() % 3)}, rng);
-  // Whole-block frames (the fused row pairs) and larger odd ones.
-  const KernelCase cases[] = {{320, 64, 64}, {320, 65, 72},  {336, 48, 50},   {344, 60, 60},
-                              {351, 57, 61}, {1024, 33, 33}, {176, 144, 160}, {183, 101, 101}};
+  // Whole-block frames (the fused row pairs; half rows of every length
+  // modulo 64) and larger odd ones.
+  const KernelCase cases[] = {{32, 14, 14},   {96, 20, 21},   {256, 18, 18},  {320, 64, 64},
+                              {352, 30, 30},  {1056, 16, 18}, {320, 65, 72},  {336, 48, 50},
+                              {344, 60, 60},  {351, 57, 61},  {1024, 33, 33}, {176, 144, 160},
+                              {183, 101, 101}};
   for (const KernelCase &c : cases) expectKernelVariantsMatch(c, rng);
 }
 
