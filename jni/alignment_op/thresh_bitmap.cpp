@@ -94,19 +94,21 @@ void packRows(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold, uin
 #if VIDEOHDR_HAVE_NEON
 // Bit packing after a de-interleaving load, which puts pixel 4j + k of a block
 // into byte j of vector k: shift-and-insert steps build in byte j the nibble
-// of pixels 4j .. 4j+3 (first pixel highest), then the nibbles of bytes 2m and
-// 2m + 1 make byte m, pixels 8m .. 8m+7 with the first in bit 7. A byte
-// reversal within each 32-bit lane then puts pixels 0-7 of a word into its top
-// byte.
-
-// 64 pixels into two words.
-inline uint32x2_t packTwoBlocksNeon(const uint8_t *pixels, uint8x16_t limit) {
-  const uint8x16x4_t v = vld4q_u8(pixels);
+// of pixels 4j .. 4j+3 (first pixel highest), and one more on 16-bit lanes
+// puts the nibble of byte 2m + 1 under that of byte 2m, so byte 2m holds
+// pixels 8m .. 8m+7 with the first in bit 7. Narrowing keeps those bytes, and
+// a byte reversal within each 32-bit lane puts pixels 0-7 of a word into its
+// top byte.
+inline uint16x8_t packedBytes(const uint8x16x4_t &v, uint8x16_t limit) {
   const uint8x16_t pixels01 = vsriq_n_u8(vcgtq_u8(v.val[0], limit), vcgtq_u8(v.val[1], limit), 1);
   const uint8x16_t pixels23 = vsriq_n_u8(vcgtq_u8(v.val[2], limit), vcgtq_u8(v.val[3], limit), 1);
   const uint16x8_t nibbles = vreinterpretq_u16_u8(vsriq_n_u8(pixels01, pixels23, 2));
-  const uint8x8_t octets = vsri_n_u8(vmovn_u16(nibbles), vshrn_n_u16(nibbles, 8), 4);
-  return vreinterpret_u32_u8(vrev32_u8(octets));
+  return vsriq_n_u16(nibbles, nibbles, 12);
+}
+
+// 64 pixels into two words.
+inline uint32x2_t packTwoBlocksNeon(const uint8_t *pixels, uint8x16_t limit) {
+  return vreinterpret_u32_u8(vrev32_u8(vmovn_u16(packedBytes(vld4q_u8(pixels), limit))));
 }
 
 // 32 pixels into one word (lane 0).
@@ -114,15 +116,22 @@ inline uint32x2_t packBlockNeon(const uint8_t *pixels, uint8x8_t limit) {
   const uint8x8x4_t v = vld4_u8(pixels);
   const uint8x8_t pixels01 = vsri_n_u8(vcgt_u8(v.val[0], limit), vcgt_u8(v.val[1], limit), 1);
   const uint8x8_t pixels23 = vsri_n_u8(vcgt_u8(v.val[2], limit), vcgt_u8(v.val[3], limit), 1);
-  const uint8x8_t nibbles = vsri_n_u8(pixels01, pixels23, 2);
-  const uint8x8x2_t evenOdd = vuzp_u8(nibbles, nibbles);
-  const uint8x8_t octets = vsri_n_u8(evenOdd.val[0], evenOdd.val[1], 4);
-  return vreinterpret_u32_u8(vrev32_u8(octets));
+  const uint16x4_t nibbles = vreinterpret_u16_u8(vsri_n_u8(pixels01, pixels23, 2));
+  const uint8x8_t bytes = vreinterpret_u8_u16(vsri_n_u16(nibbles, nibbles, 12));
+  return vreinterpret_u32_u8(vrev32_u8(vuzp_u8(bytes, bytes).val[0]));
 }
 
 void packBlocksNeon(const uint8_t *row, int32_t blocks, uint8_t threshold, uint32_t *words) {
   const uint8x16_t limit = vdupq_n_u8(threshold);
   int32_t j = 0;
+#if defined(__aarch64__)
+  // 128 pixels into four words: one unzip narrows two vectors at once.
+  for (; j + 4 <= blocks; j += 4) {
+    const uint8x16_t first = vreinterpretq_u8_u16(packedBytes(vld4q_u8(row + 32 * j), limit));
+    const uint8x16_t second = vreinterpretq_u8_u16(packedBytes(vld4q_u8(row + 32 * j + 64), limit));
+    vst1q_u32(words + j, vreinterpretq_u32_u8(vrev32q_u8(vuzp1q_u8(first, second))));
+  }
+#endif
   for (; j + 2 <= blocks; j += 2) vst1_u32(words + j, packTwoBlocksNeon(row + 32 * j, limit));
   if (j < blocks) vst1_lane_u32(words + j, packBlockNeon(row + 32 * j, vget_low_u8(limit)), 0);
 }
