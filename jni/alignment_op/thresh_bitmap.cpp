@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "../any_row.h"
 #include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
@@ -155,6 +156,41 @@ uint16x8_t rowLanesNeon(const uint8_t *row, int32_t w) {
   for (; x < covered; x += 8) lanes = vaddw_u8(lanes, vld1_u8(row + x));
   return lanes;
 }
+
+// The luma copy with its sum adds each step into two sets of eight 16-bit
+// lanes, widened every 4,096 bytes: 256 bytes of at most 255 per lane, which
+// cannot wrap.
+#if defined(__aarch64__)
+constexpr size_t kSumStep = 64;  // one four-register load and store
+#else
+constexpr size_t kSumStep = 32;  // one de-interleaving load and store, order kept
+#endif
+constexpr size_t kSumStepsPerWidening = 4096 / kSumStep;
+
+uint32_t copyAndSumStepsNeon(uint8_t *dst, const uint8_t *src, size_t steps) {
+  uint32x4_t totals = vdupq_n_u32(0);
+  while (steps != 0) {
+    const size_t chunk = steps < kSumStepsPerWidening ? steps : kSumStepsPerWidening;
+    steps -= chunk;
+    uint16x8_t lanes0 = vdupq_n_u16(0), lanes1 = lanes0;
+    for (size_t k = 0; k < chunk; ++k, src += kSumStep, dst += kSumStep) {
+#if defined(__aarch64__)
+      const uint8x16x4_t a = vld1q_u8_x4(src);
+      vst1q_u8_x4(dst, a);
+      lanes0 = vpadalq_u8(vpadalq_u8(lanes0, a.val[0]), a.val[1]);
+      lanes1 = vpadalq_u8(vpadalq_u8(lanes1, a.val[2]), a.val[3]);
+#else
+      const uint8x16x2_t a = vld2q_u8(src);
+      vst2q_u8(dst, a);
+      lanes0 = vpadalq_u8(lanes0, a.val[0]);
+      lanes1 = vpadalq_u8(lanes1, a.val[1]);
+#endif
+    }
+    totals = vpadalq_u16(vpadalq_u16(totals, lanes0), lanes1);
+  }
+  return vgetq_lane_u32(totals, 0) + vgetq_lane_u32(totals, 1) + vgetq_lane_u32(totals, 2) +
+         vgetq_lane_u32(totals, 3);
+}
 #endif
 
 }  // namespace
@@ -178,6 +214,15 @@ uint32_t sumLumaPortable(const uint8_t *image, int32_t w, int32_t h) {
   return total;
 }
 
+uint32_t copyLumaAndSumPortable(uint8_t *dst, const uint8_t *src, size_t n) {
+  uint32_t sum = 0;
+  for (size_t i = 0; i < n; ++i) {
+    dst[i] = src[i];
+    sum += src[i];
+  }
+  return sum;
+}
+
 bool lumaSumIsPlain(int32_t w) { return w % 8 == 0 && w <= kWidestUnwrappedRow; }
 
 void packThresholdBitsPortable(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
@@ -192,6 +237,15 @@ uint32_t sumLumaNeon(const uint8_t *image, int32_t w, int32_t h) {
     totals = vpadalq_u16(totals, rowLanesNeon(image + static_cast<size_t>(y) * w, w));
   return vgetq_lane_u32(totals, 0) + vgetq_lane_u32(totals, 1) + vgetq_lane_u32(totals, 2) +
          vgetq_lane_u32(totals, 3);
+}
+
+uint32_t copyLumaAndSumNeon(uint8_t *dst, const uint8_t *src, size_t n) {
+  uint32_t sum = 0;
+  blocksThenRest(
+      wholeBlocks<kSumStep>(n), n,
+      [&](size_t end) { sum = copyAndSumStepsNeon(dst, src, end / kSumStep); },
+      [&](size_t at, size_t rest) { sum += copyLumaAndSumPortable(dst + at, src + at, rest); });
+  return sum;
 }
 
 void packThresholdBitsNeon(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
