@@ -38,7 +38,8 @@ struct BitmapKernels {
   // block rules: word 0 and then 32-pixel blocks while x < w - 32, then a
   // zero-padded tail word for the w % 32 pixels left. For w a multiple of 32
   // the last 32 pixels of a row get no word; below 33 pixels every row's tail
-  // goes to word 1 of row 0. Words not named here are not written.
+  // goes to word 1 of row 0. Every other word of the h rows is set to 0, as if
+  // the rows had been cleared first.
   void (*packThresholdBits)(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                             uint32_t *bitmap);
 

@@ -68,12 +68,16 @@ void packRows(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold, uin
   const int32_t words = bitmapWords(w);
   const int32_t tailPixels = w % 32;
   // Blocks at x = 0 and then while x < w - 32: for a width that is a multiple
-  // of 32 this stops one block early, so the last 32 columns keep their
-  // cleared 0 bits. The search's counts depend on it.
+  // of 32 this stops one block early, so the last 32 columns keep 0 bits. The
+  // search's counts depend on it.
   const int32_t wholeBlocks = w >= 33 ? (w - 32 + 31) / 32 : 0;
   for (int32_t y = 0; y < h; ++y) {
     const uint8_t *row = image + static_cast<size_t>(y) * w;
     uint32_t *rowWords = bitmap + static_cast<size_t>(y) * words;
+    // The blocks leave two words of every row, the tail (or blocked) word and
+    // the spare one: clearing just these (the tail word may then be stored
+    // over the first) leaves what clearing the whole bitmap first would.
+    rowWords[wholeBlocks] = rowWords[wholeBlocks + 1] = 0;
     // Narrower than 33 pixels the block loop never starts and every row's tail
     // word is stored to word 1 of row 0, so only the last row's bits remain
     // there. Such widths are outside the search's range; the bits stay those of
@@ -258,10 +262,8 @@ int32_t threshBitmapFromSums(AlignContext *context, int32_t maxThreshold, int32_
                              int32_t sumPrev, int32_t sumCur) {
   const int32_t w = context->width;
   const int32_t h = context->height;
-  const size_t bitmapBytes = static_cast<size_t>(bitmapWords(w)) * h * sizeof(uint32_t);
-  // Only the h rows: the region's spare row is left as it is.
-  std::memset(context->prevBitmap[0], 0, bitmapBytes);
-  std::memset(context->curBitmap[0], 0, bitmapBytes);
+  // The packing writes every word of the h rows, the region's spare row is
+  // left as it is.
   const int32_t pixels = w * h;
   const int32_t thrPrev = clampThreshold(sumPrev / pixels, maxThreshold, minThreshold);
   const int32_t thrCur = clampThreshold(sumCur / pixels, maxThreshold, minThreshold);
