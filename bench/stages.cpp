@@ -58,8 +58,8 @@ void copyFrameIn(StagePass &p) {
 void copyGreyImagesAndSum(StagePass &p) {
   videohdr::carveWorkspace(p.ctx);
   const size_t pixels = static_cast<size_t>(p.ctx->width) * p.ctx->height;
-  p.sumPrev = kKernels.copy.copyAndSum(p.ctx->prevImage[0], p.prev, pixels);
-  p.sumCur = kKernels.copy.copyAndSum(p.ctx->curImage[0], p.cur, pixels);
+  p.sumPrev = kKernels.bitmap.copyLumaAndSum(p.ctx->prevImage[0], p.prev, pixels);
+  p.sumCur = kKernels.bitmap.copyLumaAndSum(p.ctx->curImage[0], p.cur, pixels);
 }
 
 void thresholdBitmaps(StagePass &p) {

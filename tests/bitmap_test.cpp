@@ -100,21 +100,27 @@ TEST_F(ThreshBitmapTest, AllBrightRowsFollowTheBlockLayout) {
   }
 }
 
+// With a tail word and with a blocked last word.
 TEST_F(ThreshBitmapTest, ClearsTheRowsButNotTheSpareRow) {
-  Image dark(100, 4, 0);
-  dark.set(5, 2, 200);
-  fixture_ = std::make_unique<AlignFixture>(100, 4);
-  fixture_->load(dark.pixels, dark.pixels);
-  const int32_t W = wordsPerRow(100);
-  // Leftovers of an earlier frame in every word, spare row included.
-  for (int32_t i = 0; i < W * 5; ++i) ctx()->prevBitmap[0][i] = ctx()->curBitmap[0][i] = 0xA5A5A5A5;
-  ThreshBitmap(ctx(), 100, 100);
-  for (int32_t y = 0; y < 4; ++y) {
-    EXPECT_EQ(prevRow(y), (Words{y == 2 ? 0x04000000u : 0, 0, 0, 0, 0}));
-    EXPECT_EQ(curRow(y), prevRow(y));
+  for (int32_t w : {100, 64}) {
+    Image dark(w, 4, 0);
+    dark.set(5, 2, 200);
+    fixture_ = std::make_unique<AlignFixture>(w, 4);
+    fixture_->load(dark.pixels, dark.pixels);
+    const int32_t W = wordsPerRow(w);
+    // Leftovers of an earlier frame in every word, spare row included.
+    for (int32_t i = 0; i < W * 5; ++i)
+      ctx()->prevBitmap[0][i] = ctx()->curBitmap[0][i] = 0xA5A5A5A5;
+    ThreshBitmap(ctx(), 100, 100);
+    for (int32_t y = 0; y < 4; ++y) {
+      Words expected(W, 0);
+      if (y == 2) expected[0] = 0x04000000u;
+      EXPECT_EQ(prevRow(y), expected) << w;
+      EXPECT_EQ(curRow(y), prevRow(y)) << w;
+    }
+    EXPECT_EQ(prevRow(4), Words(W, 0xA5A5A5A5)) << w;
+    EXPECT_EQ(curRow(4), Words(W, 0xA5A5A5A5)) << w;
   }
-  EXPECT_EQ(prevRow(4), Words(W, 0xA5A5A5A5));
-  EXPECT_EQ(curRow(4), Words(W, 0xA5A5A5A5));
 }
 
 TEST_F(ThreshBitmapTest, MeanIsClampedToTheThresholdRange) {

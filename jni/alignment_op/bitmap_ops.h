@@ -28,12 +28,18 @@ struct BitmapKernels {
   // bytes past its end, so up to 7 bytes past the image are read.
   uint32_t (*sumLuma)(const uint8_t *image, int32_t w, int32_t h);
 
+  // Copies n bytes (the ranges must not overlap) and answers their plain sum
+  // modulo 2^32: sumLuma's total, taken on the way, for the widths where
+  // lumaSumIsPlain.
+  uint32_t (*copyLumaAndSum)(uint8_t *dst, const uint8_t *src, size_t n);
+
   // Sets the bits of `bitmap` (pitch bitmapWords(w) words) for the pixels of
   // `image` (pitch w) brighter than `threshold`, with the threshold bitmap's
   // block rules: word 0 and then 32-pixel blocks while x < w - 32, then a
   // zero-padded tail word for the w % 32 pixels left. For w a multiple of 32
   // the last 32 pixels of a row get no word; below 33 pixels every row's tail
-  // goes to word 1 of row 0. Words not named here are not written.
+  // goes to word 1 of row 0. Every other word of the h rows is set to 0, as if
+  // the rows had been cleared first.
   void (*packThresholdBits)(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                             uint32_t *bitmap);
 
@@ -56,24 +62,27 @@ struct BitmapKernels {
 };
 
 uint32_t sumLumaPortable(const uint8_t *image, int32_t w, int32_t h);
+uint32_t copyLumaAndSumPortable(uint8_t *dst, const uint8_t *src, size_t n);
 void packThresholdBitsPortable(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                                uint32_t *bitmap);
 void decimateRowPortable(const uint32_t *src, uint32_t *dst, int32_t words);
 void shiftRowLeftPortable(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx);
 void shiftRowRightPortable(const uint32_t *src, uint32_t *dst, int32_t width, int32_t shift);
-inline constexpr BitmapKernels kBitmapPortable = {sumLumaPortable, packThresholdBitsPortable,
-                                                  decimateRowPortable, shiftRowLeftPortable,
-                                                  shiftRowRightPortable};
+inline constexpr BitmapKernels kBitmapPortable = {sumLumaPortable,           copyLumaAndSumPortable,
+                                                  packThresholdBitsPortable, decimateRowPortable,
+                                                  shiftRowLeftPortable,      shiftRowRightPortable};
 
 #if VIDEOHDR_HAVE_NEON
 uint32_t sumLumaNeon(const uint8_t *image, int32_t w, int32_t h);
+uint32_t copyLumaAndSumNeon(uint8_t *dst, const uint8_t *src, size_t n);
 void packThresholdBitsNeon(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                            uint32_t *bitmap);
 void decimateRowNeon(const uint32_t *src, uint32_t *dst, int32_t words);
 void shiftRowLeftNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx);
 void shiftRowRightNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_t shift);
-inline constexpr BitmapKernels kBitmapNeon = {sumLumaNeon, packThresholdBitsNeon, decimateRowNeon,
-                                              shiftRowLeftNeon, shiftRowRightNeon};
+inline constexpr BitmapKernels kBitmapNeon = {sumLumaNeon,           copyLumaAndSumNeon,
+                                              packThresholdBitsNeon, decimateRowNeon,
+                                              shiftRowLeftNeon,      shiftRowRightNeon};
 #endif
 
 // Whether sumLuma over rows of w bytes is the plain sum of the image's bytes:

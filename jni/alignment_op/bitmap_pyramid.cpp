@@ -3,7 +3,6 @@
 // pixel of a coarse level is exactly one pixel of level 0.
 #include <cstddef>
 
-#include "../any_row.h"
 #include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
@@ -28,12 +27,50 @@ uint32_t decimateWord(uint32_t first, uint32_t second) {
 }
 
 #if VIDEOHDR_HAVE_NEON
-uint32x4_t evenPixelsNeon(uint32x4_t word) {
-  uint32x4_t x = vandq_u32(vshrq_n_u32(word, 1), vdupq_n_u32(0x55555555u));
-  x = vandq_u32(vorrq_u32(x, vshrq_n_u32(x, 1)), vdupq_n_u32(0x33333333u));
-  x = vandq_u32(vorrq_u32(x, vshrq_n_u32(x, 2)), vdupq_n_u32(0x0F0F0F0Fu));
-  x = vandq_u32(vorrq_u32(x, vshrq_n_u32(x, 4)), vdupq_n_u32(0x00FF00FFu));
-  return vandq_u32(vorrq_u32(x, vshrq_n_u32(x, 8)), vdupq_n_u32(0x0000FFFFu));
+// The even pixels of a nibble (its bits 3 and 1) in bits 7 and 6.
+constexpr uint8_t kEvenPixelsOfNibble[16] = {0x00, 0x00, 0x40, 0x40, 0x00, 0x00, 0x40, 0x40,
+                                             0x80, 0x80, 0xC0, 0xC0, 0x80, 0x80, 0xC0, 0xC0};
+
+// A 16-byte table looked up by nibbles: one lookup on AArch64, two halves of
+// eight on ARMv7.
+#if defined(__aarch64__)
+using NibbleTable = uint8x16_t;
+
+inline NibbleTable loadNibbleTable(const uint8_t *table) { return vld1q_u8(table); }
+
+inline uint8x16_t lookupNibbles(NibbleTable table, uint8x16_t nibbles) {
+  return vqtbl1q_u8(table, nibbles);
+}
+#else
+using NibbleTable = uint8x8x2_t;
+
+inline NibbleTable loadNibbleTable(const uint8_t *table) {
+  return {{vld1_u8(table), vld1_u8(table + 8)}};
+}
+
+inline uint8x16_t lookupNibbles(NibbleTable table, uint8x16_t nibbles) {
+  return vcombine_u8(vtbl2_u8(table, vget_low_u8(nibbles)), vtbl2_u8(table, vget_high_u8(nibbles)));
+}
+#endif
+
+// Four output words from eight source words. The de-interleaving load splits
+// the source bytes into even (bytes 2k) and odd ones (2k + 1); byte k of the
+// result takes the four even pixels of source byte 2k + 1 in its high nibble
+// and those of byte 2k in its low one (a byte's pixels run from bit 7 down).
+// Each 16-bit half then holds the pixels of its own source half, so the first
+// source word of a pair lands in the low half of the output word where it
+// belongs in the high one: swapping the halves finishes the word.
+inline void decimateBlockNeon(const uint32_t *src, uint32_t *dst, NibbleTable table) {
+  const uint8x16x2_t bytes = vld2q_u8(reinterpret_cast<const uint8_t *>(src));
+  const uint8x16_t lowNibbles = vdupq_n_u8(0x0F);
+  uint8x16_t packed[2];
+  for (int k = 0; k < 2; ++k) {
+    const uint8x16_t low = lookupNibbles(table, vandq_u8(bytes.val[k], lowNibbles));
+    const uint8x16_t high = lookupNibbles(table, vshrq_n_u8(bytes.val[k], 4));
+    packed[k] = vsriq_n_u8(high, low, 2);  // the byte's four even pixels in bits 7..4
+  }
+  const uint8x16_t words = vsriq_n_u8(packed[1], packed[0], 4);
+  vst1q_u32(dst, vreinterpretq_u32_u16(vrev32q_u16(vreinterpretq_u16_u8(words))));
 }
 #endif
 
@@ -44,19 +81,14 @@ void decimateRowPortable(const uint32_t *src, uint32_t *dst, int32_t words) {
 }
 
 #if VIDEOHDR_HAVE_NEON
-// Four output words per step from eight source words split into even and odd
-// ones.
+// Whole blocks of four output words; a row that is not a whole number of them
+// ends with one more block over its last four words, which writes the words
+// it shares with the block before again, with the same values.
 void decimateRowNeon(const uint32_t *src, uint32_t *dst, int32_t words) {
-  blocksThenRest(
-      wholeBlocks<4>(words), words,
-      [=](int32_t end) {
-        for (int32_t j = 0; j < end; j += 4) {
-          const uint32x4x2_t pairs = vld2q_u32(src + 2 * j);
-          vst1q_u32(dst + j, vorrq_u32(vshlq_n_u32(evenPixelsNeon(pairs.val[0]), 16),
-                                       evenPixelsNeon(pairs.val[1])));
-        }
-      },
-      [=](int32_t at, int32_t rest) { decimateRowPortable(src + 2 * at, dst + at, rest); });
+  if (words < 4) return decimateRowPortable(src, dst, words);
+  const NibbleTable table = loadNibbleTable(kEvenPixelsOfNibble);
+  for (int32_t j = 0; j + 4 <= words; j += 4) decimateBlockNeon(src + 2 * j, dst + j, table);
+  if (words % 4 != 0) decimateBlockNeon(src + 2 * (words - 4), dst + words - 4, table);
 }
 #endif
 

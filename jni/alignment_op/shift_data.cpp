@@ -64,15 +64,17 @@ void shiftRowLeft(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx)
 }
 
 #if VIDEOHDR_HAVE_NEON
+// Whole blocks of four words; a count that is not a whole number of them ends
+// with one more block over the last four words, which writes the words it
+// shares with the block before again, with the same values.
 void funnelWordsLeftNeon(const uint32_t *src, uint32_t *dst, int32_t count, int32_t sx) {
-  blocksThenRest(
-      wholeBlocks<kBlockWords>(count), count,
-      [=](int32_t end) {
-        const FunnelShifts shifts = funnelTowardsBit31(sx);
-        for (int32_t i = 0; i < end; i += kBlockWords)
-          vst1q_u32(dst + i, funnelNeon(vld1q_u32(src + i), vld1q_u32(src + i + 1), shifts));
-      },
-      [=](int32_t at, int32_t rest) { funnelWordsLeftPortable(src + at, dst + at, rest, sx); });
+  if (count < kBlockWords) return funnelWordsLeftPortable(src, dst, count, sx);
+  const FunnelShifts shifts = funnelTowardsBit31(sx);
+  const auto block = [&](int32_t i) {
+    vst1q_u32(dst + i, funnelNeon(vld1q_u32(src + i), vld1q_u32(src + i + 1), shifts));
+  };
+  for (int32_t i = 0; i + kBlockWords <= count; i += kBlockWords) block(i);
+  if (count % kBlockWords != 0) block(count - kBlockWords);
 }
 #endif
 
@@ -93,30 +95,36 @@ void shiftRowLeftNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_t
 
 // Whole blocks of four while every source word in them lies before the limit
 // (no word needs masking), each block's first partner being the last word of
-// the block before (0 for word 0); the portable moves finish the row, so
-// neither the pad word nor the next row is touched.
+// the block before (0 for word 0), and where those words are not a whole
+// number of blocks one more block over the last four of them (rewriting the
+// words it shares with the block before with the same values); the portable
+// moves finish the row, so neither the pad word nor the next row is touched.
 void shiftRowRightNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_t shift) {
   const int32_t dataWords = bitmapWords(width) - 1;
   const int32_t limit = width - shift;
   const int32_t unmasked = limit > 0 ? std::min(dataWords, limit / 32) : 0;
-  blocksThenRest(
-      wholeBlocks<kBlockWords>(unmasked), dataWords,
-      [=](int32_t end) {
-        const FunnelShifts shifts = funnelTowardsBit0(shift);
-        uint32x4_t previous = vdupq_n_u32(0);
-        for (int32_t i = 0; i < end; i += kBlockWords) {
-          const uint32x4_t current = vld1q_u32(src + i);
-          vst1q_u32(dst + i, funnelNeon(current, vextq_u32(previous, current, 3), shifts));
-          previous = current;
-        }
-      },
-      [=](int32_t at, int32_t) { moveWordsRightPortable(src, dst, at, dataWords, limit, shift); });
+  const FunnelShifts shifts = funnelTowardsBit0(shift);
+  uint32x4_t previous = vdupq_n_u32(0);
+  for (int32_t i = 0; i + kBlockWords <= unmasked; i += kBlockWords) {
+    const uint32x4_t current = vld1q_u32(src + i);
+    vst1q_u32(dst + i, funnelNeon(current, vextq_u32(previous, current, 3), shifts));
+    previous = current;
+  }
+  int32_t at = wholeBlocks<kBlockWords>(unmasked);
+  if (at != unmasked && at != 0) {
+    at = unmasked - kBlockWords;  // 1 or more: the partner word is there
+    vst1q_u32(dst + at, funnelNeon(vld1q_u32(src + at), vld1q_u32(src + at - 1), shifts));
+    at = unmasked;
+  }
+  moveWordsRightPortable(src, dst, at, dataWords, limit, shift);
 }
 #endif
 
 }  // namespace videohdr
 
 namespace {
+
+constexpr auto copyBytes = videohdr::kKernels.copy.copyBytes;
 
 // Writes one destination row (cleared beforehand) from one source row.
 void moveRow(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {
@@ -130,6 +138,21 @@ void moveRow(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {
   }
 }
 
+// moveRow for sx = 0 over the whole level, when the pitch is the rows' own
+// words: the rows that have a source row take it whole in one copy, and then
+// their pad words are cleared, since a moved row takes the data words only.
+// Everything else is cleared.
+void moveRowsVertically(const uint32_t *src, uint32_t *dst, size_t pitchWords, int32_t h,
+                        int32_t firstRow, int32_t endRow, int32_t sy) {
+  const size_t pitchBytes = pitchWords * 4;
+  std::memset(dst, 0, pitchBytes * firstRow);
+  copyBytes(reinterpret_cast<uint8_t *>(dst + firstRow * pitchWords),
+            reinterpret_cast<const uint8_t *>(src + (firstRow + sy) * pitchWords),
+            pitchBytes * (endRow - firstRow));
+  for (int32_t y = firstRow; y < endRow; ++y) dst[(y + 1) * pitchWords - 1] = 0;
+  std::memset(dst + endRow * pitchWords, 0, pitchBytes * (h + 1 - endRow));
+}
+
 }  // namespace
 
 extern "C" void shiftData(AlignContext *context, int32_t level) {
@@ -141,17 +164,22 @@ extern "C" void shiftData(AlignContext *context, int32_t level) {
   uint32_t *dst = context->movedBitmap[level];
   if (level == context->levels - 1) {
     // Nothing coarser to start from: the bitmap as it is, spare row included.
-    std::memcpy(dst, src, regionBytes);
+    copyBytes(reinterpret_cast<uint8_t *>(dst), reinterpret_cast<const uint8_t *>(src),
+              regionBytes);
+    return;
+  }
+  const int32_t sx = 2 * context->levelDx[level + 1];
+  const int32_t sy = 2 * context->levelDy[level + 1];
+  const int32_t firstRow = std::max(0, -sy);
+  const int32_t endRow = h - std::max(0, sy);
+  if (sx == 0 && firstRow < endRow && pitchWords == static_cast<size_t>(videohdr::bitmapWords(w))) {
+    moveRowsVertically(src, dst, pitchWords, h, firstRow, endRow, sy);
     return;
   }
   std::memset(dst, 0, regionBytes);
-  const int32_t sx = 2 * context->levelDx[level + 1];
-  const int32_t sy = 2 * context->levelDy[level + 1];
   // Moves of a word or more are outside what the word funnels can do; the rows
   // are then left clear rather than half moved.
   if (sx <= -32 || sx >= 32) return;
-  const int32_t firstRow = std::max(0, -sy);
-  const int32_t endRow = h - std::max(0, sy);
   for (int32_t y = firstRow; y < endRow; ++y)
     moveRow(src + static_cast<size_t>(y + sy) * pitchWords,
             dst + static_cast<size_t>(y) * pitchWords, w, sx);

@@ -169,9 +169,10 @@ uint8x16_t countRowNeon(const CountPlan &plan, const uint32_t *d, const uint32_t
 //
 // shiftPyramid's nine candidates come in three triples (dy, 0), (dy, -u),
 // (dy, +u) that compare the same pair of rows: one pass per triple reads each
-// row pair once and scores all three. Within a fusable level every count is a
-// plain sum of bit counts, which is what the per-row 8-bit lane counters give
-// as long as no lane can wrap: at most 31 counted blocks per row.
+// row pair once and scores all three (on AArch64 one pass scores all nine).
+// Within a fusable level every count is a plain sum of bit counts, which is
+// what the per-row 8-bit lane counters give as long as no lane can wrap: at
+// most 31 counted blocks per row.
 constexpr int32_t kMaxUnwrappedBlocks = 31;
 // A positive shift's word-0 masks (S & ~0 >> 2u, R & ~0 >> u, before the
 // funnel) act on the compared word as one mask ~0 >> u only while u <= 16.
@@ -244,25 +245,6 @@ void scoreTriplePortable(const CandidateTriple &c, uint32_t counts[3]) {
 }
 
 #if VIDEOHDR_HAVE_NEON
-// One candidate's tail block, built without reading past word W - 2: the four
-// words ending at the last data word, that word masked, moved down so that
-// the T tail words come first and zeros follow (its funnel partner likewise,
-// one word on).
-template <int T>
-uint32x4_t tailBlockNeon(uint32x4_t d, uint32x4_t p, uint32x4_t maskD, uint32x4_t maskP,
-                         FunnelShifts shifts) {
-  const uint32x4_t zero = vdupq_n_u32(0);
-  const uint32x4_t dm = vandq_u32(d, maskD);
-  const uint32x4_t pm = vandq_u32(p, maskP);
-  return veorq_u32(funnelNeon(vextq_u32(dm, zero, 3 - T), vextq_u32(dm, zero, 4 - T), shifts),
-                   vextq_u32(pm, zero, 3 - T));
-}
-
-uint32x4_t lastLaneMask(uint32_t mask) { return vsetq_lane_u32(mask, vdupq_n_u32(kAllOnes), 3); }
-
-// Block view of the count, as the per-candidate count makes it: body blocks of
-// four words from word 0 (word 0's masks applied to the compared word), then
-// the tail block of T words and the masked last data word.
 // The body's funnel: with the shift an immediate (U > 0) a shift and a
 // shift-right-and-insert, else lane shifts by the run-time amount.
 template <int U>
@@ -274,94 +256,206 @@ uint32x4_t funnelBy(uint32x4_t cur, uint32x4_t next, FunnelShifts shifts) {
   }
 }
 
-template <int T, int U>
-void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
-  const CountPlan &z = c.zero, &n = c.negative, &pos = c.positive;
+// A block's words funnelled with zeros after its last one.
+template <int U>
+uint32x4_t funnelBlockEndBy(uint32x4_t words, FunnelShifts shifts) {
+  return funnelBy<U>(words, vextq_u32(words, vdupq_n_u32(0), 1), shifts);
+}
+
+// The tail block is read as the four words ending at the last data word
+// (W - 5 .. W - 2): the lanes before its T tail words are not counted, and
+// the last lane carries each candidate's edge masks. In the fused passes no
+// lane counter can wrap, so the lane a word is counted in does not change the
+// count.
+struct TailMasks {
+  uint32x4_t counted;         // the tail words and the last data word
+  uint32x4_t still;           // dx = 0: counted, the edge mask on the last word of both sides
+  uint32x4_t leftDisplaced;   // dx < 0: R's last word before its funnel
+  uint32x4_t leftPlain;       // dx < 0: counted, S's last word
+  uint32x4_t rightDisplaced;  // dx > 0: S's last word before its funnel
+  uint32x4_t rightPlain;      // dx > 0: counted, R's last word
+};
+
+uint32x4_t withLastLane(uint32x4_t v, uint32_t last) { return vsetq_lane_u32(last, v, 3); }
+
+TailMasks tailMasksFor(const CandidateTriple &c, int32_t tailWords) {
+  uint32_t lanes[4];
+  for (int32_t i = 0; i < 4; ++i) lanes[i] = i >= 3 - tailWords ? kAllOnes : 0;
+  const uint32x4_t counted = vld1q_u32(lanes), ones = vdupq_n_u32(kAllOnes);
+  return {counted,
+          withLastLane(counted, c.zero.lastMaskPlain),
+          withLastLane(ones, c.negative.lastMaskDisplaced),
+          withLastLane(counted, c.negative.lastMaskPlain),
+          withLastLane(ones, c.positive.lastMaskDisplaced),
+          withLastLane(counted, c.positive.lastMaskPlain)};
+}
+
+// The triples of `Offsets` vertical offsets scored in one pass over `rows`
+// rows of R: each R row is loaded and funnelled once and compared with the
+// row of S that each offset pairs with it (s[k], advancing with R). Block
+// view of the count, as the per-candidate count makes it: body blocks of four
+// words from word 0 (word 0's masks applied to the compared word), then the
+// tail block of T words and the masked last data word. The masks depend on
+// dx only, so one triple's plans serve every offset. counts[k] takes offset
+// k's three counts (dx = 0, -u, +u).
+template <int T, int U, int Offsets>
+void scoreTriplesNeon(const CandidateTriple &c, const uint32_t *R, const uint32_t *const *S,
+                      int32_t rows, uint32_t (*counts)[3]) {
+  const CountPlan &z = c.zero, &pos = c.positive;
   const int32_t W = z.pitch, blocks = z.bodyBlocks;
-  const uint32_t *S = pos.displaced, *R = pos.plain;
-  const FunnelShifts shifts = funnelTowardsBit31(pos.shift), still = funnelTowardsBit31(0);
+  const FunnelShifts shifts = funnelTowardsBit31(pos.shift);
+  const TailMasks tail = tailMasksFor(c, T);
   const uint32x4_t ones = vdupq_n_u32(kAllOnes);
   const uint32x4_t firstZero = vsetq_lane_u32(0x7FFFFFFFu, ones, 0);
   const uint32x4_t firstRight = vsetq_lane_u32(kAllOnes >> pos.shift, ones, 0);
-  uint32x4_t total0 = vdupq_n_u32(0), totalLeft = total0, totalRight = total0;
-  for (int32_t y = 0; y < z.rows; ++y) {
-    const uint32_t *s = S + static_cast<ptrdiff_t>(y) * W;
+  uint32x4_t totals[Offsets][3];
+  for (int k = 0; k < Offsets; ++k) totals[k][0] = totals[k][1] = totals[k][2] = vdupq_n_u32(0);
+  for (int32_t y = 0; y < rows; ++y) {
     const uint32_t *r = R + static_cast<ptrdiff_t>(y) * W;
+    const uint32_t *s[Offsets];
+    for (int k = 0; k < Offsets; ++k) s[k] = S[k] + static_cast<ptrdiff_t>(y) * W;
+    uint8x16_t lanes[Offsets][3];
     // Block 0 carries word 0's masks; it is always there (W >= 6).
-    uint32x4_t sv = vld1q_u32(s), rv = vld1q_u32(r);
-    uint32x4_t sn = vld1q_u32(s + 1), rn = vld1q_u32(r + 1);
-    uint8x16_t lanes0 = vcntq_u8(vreinterpretq_u8_u32(vandq_u32(veorq_u32(sv, rv), firstZero)));
-    uint8x16_t lanesLeft =
-        vcntq_u8(vreinterpretq_u8_u32(veorq_u32(funnelBy<U>(rv, rn, shifts), sv)));
-    uint8x16_t lanesRight = vcntq_u8(
-        vreinterpretq_u8_u32(vandq_u32(veorq_u32(funnelBy<U>(sv, sn, shifts), rv), firstRight)));
+    uint32x4_t rv = vld1q_u32(r);
+    uint32x4_t rf = funnelBy<U>(rv, vld1q_u32(r + 1), shifts);
+    for (int k = 0; k < Offsets; ++k) {
+      const uint32x4_t sv = vld1q_u32(s[k]);
+      const uint32x4_t sf = funnelBy<U>(sv, vld1q_u32(s[k] + 1), shifts);
+      lanes[k][0] = vcntq_u8(vreinterpretq_u8_u32(vandq_u32(veorq_u32(sv, rv), firstZero)));
+      lanes[k][1] = vcntq_u8(vreinterpretq_u8_u32(veorq_u32(rf, sv)));
+      lanes[k][2] = vcntq_u8(vreinterpretq_u8_u32(vandq_u32(veorq_u32(sf, rv), firstRight)));
+    }
     for (int32_t b = 1; b < blocks; ++b) {
-      const uint32_t *sb = s + 4 * b, *rb = r + 4 * b;
-      sv = vld1q_u32(sb);
-      sn = vld1q_u32(sb + 1);
-      rv = vld1q_u32(rb);
-      rn = vld1q_u32(rb + 1);
-      lanes0 = addBitCountsNeon(lanes0, veorq_u32(sv, rv));
-      lanesLeft = addBitCountsNeon(lanesLeft, veorq_u32(funnelBy<U>(rv, rn, shifts), sv));
-      lanesRight = addBitCountsNeon(lanesRight, veorq_u32(funnelBy<U>(sv, sn, shifts), rv));
+      rv = vld1q_u32(r + 4 * b);
+      rf = funnelBy<U>(rv, vld1q_u32(r + 4 * b + 1), shifts);
+      for (int k = 0; k < Offsets; ++k) {
+        const uint32x4_t sv = vld1q_u32(s[k] + 4 * b);
+        const uint32x4_t sf = funnelBy<U>(sv, vld1q_u32(s[k] + 4 * b + 1), shifts);
+        lanes[k][0] = addBitCountsNeon(lanes[k][0], veorq_u32(sv, rv));
+        lanes[k][1] = addBitCountsNeon(lanes[k][1], veorq_u32(rf, sv));
+        lanes[k][2] = addBitCountsNeon(lanes[k][2], veorq_u32(sf, rv));
+      }
     }
     if (T != 0) {
-      const uint32x4_t sv = vld1q_u32(s + W - 5), rv = vld1q_u32(r + W - 5);
-      lanes0 = addBitCountsNeon(lanes0, tailBlockNeon<T>(sv, rv, lastLaneMask(z.lastMaskDisplaced),
-                                                         lastLaneMask(z.lastMaskPlain), still));
-      lanesLeft =
-          addBitCountsNeon(lanesLeft, tailBlockNeon<T>(rv, sv, lastLaneMask(n.lastMaskDisplaced),
-                                                       lastLaneMask(n.lastMaskPlain), shifts));
-      lanesRight =
-          addBitCountsNeon(lanesRight, tailBlockNeon<T>(sv, rv, lastLaneMask(pos.lastMaskDisplaced),
-                                                        lastLaneMask(pos.lastMaskPlain), shifts));
+      // R's parts of the tail block are the same for every offset.
+      rv = vld1q_u32(r + W - 5);
+      rf = vandq_u32(funnelBlockEndBy<U>(vandq_u32(rv, tail.leftDisplaced), shifts), tail.counted);
+      const uint32x4_t rightR = vandq_u32(rv, tail.rightPlain);
+      for (int k = 0; k < Offsets; ++k) {
+        const uint32x4_t sv = vld1q_u32(s[k] + W - 5);
+        const uint32x4_t sf = funnelBlockEndBy<U>(vandq_u32(sv, tail.rightDisplaced), shifts);
+        lanes[k][0] = addBitCountsNeon(lanes[k][0], vandq_u32(veorq_u32(sv, rv), tail.still));
+        lanes[k][1] = addBitCountsNeon(lanes[k][1], veorq_u32(rf, vandq_u32(sv, tail.leftPlain)));
+        lanes[k][2] = addBitCountsNeon(lanes[k][2], veorq_u32(vandq_u32(sf, tail.counted), rightR));
+      }
     }
-    total0 = widenLanesNeon(total0, lanes0);
-    totalLeft = widenLanesNeon(totalLeft, lanesLeft);
-    totalRight = widenLanesNeon(totalRight, lanesRight);
+    for (int k = 0; k < Offsets; ++k)
+      for (int d = 0; d < 3; ++d) totals[k][d] = widenLanesNeon(totals[k][d], lanes[k][d]);
   }
-  counts[0] = addAcrossNeon(total0);
-  counts[1] = addAcrossNeon(totalLeft);
-  counts[2] = addAcrossNeon(totalRight);
+  for (int k = 0; k < Offsets; ++k)
+    for (int d = 0; d < 3; ++d) counts[k][d] += addAcrossNeon(totals[k][d]);
 }
 
+// One triple over its own rows.
+template <int T, int U>
+void scoreTripleNeon(const CandidateTriple &c, uint32_t (&counts)[3]) {
+  const uint32_t *S = c.positive.displaced;
+  scoreTriplesNeon<T, U, 1>(c, c.positive.plain, &S, c.zero.rows, &counts);
+}
+
+#if defined(__aarch64__)
+// AArch64's 32 vector registers hold the nine candidates' lane counters and
+// totals beside a block's operands, so one pass scores all nine: each R row
+// is read and funnelled once instead of once per vertical offset. The pass
+// covers the rows every offset compares (margin |s|); the zero offset's rows
+// outside them (margin 1) are scored as a triple of their own.
+template <int T, int U>
+void scoreNineNeon(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
+  const int32_t W = c[0].zero.pitch;
+  const int32_t margin = c[0].zero.rows - c[1].zero.rows;  // 2 (|s| - 1) extra zero rows
+  const uint32_t *S[3];
+  // The triples' row pointers start at their own margins: the zero offset's
+  // |s| - 1 rows above the others'.
+  S[0] = c[0].positive.displaced + static_cast<ptrdiff_t>(margin / 2) * W;
+  S[1] = c[1].positive.displaced;
+  S[2] = c[2].positive.displaced;
+  scoreTriplesNeon<T, U, 3>(c[0], c[1].positive.plain, S, c[1].zero.rows, counts);
+  if (margin == 0) return;
+  // The zero offset's first and last |s| - 1 rows.
+  const int32_t edgeRows = margin / 2;
+  const ptrdiff_t bottom = static_cast<ptrdiff_t>(c[0].zero.rows - edgeRows) * W;
+  const ptrdiff_t firstRows[2] = {0, bottom};
+  for (const ptrdiff_t first : firstRows) {
+    const uint32_t *edgeS = c[0].positive.displaced + first;
+    scoreTriplesNeon<T, U, 1>(c[0], c[0].positive.plain + first, &edgeS, edgeRows, &counts[0]);
+  }
+}
+#endif
+
 template <int U>
-void scoreTripleNeonWithShift(const CandidateTriple &c, uint32_t counts[3]) {
-  switch (c.zero.tailWords) {
-    case 0:
-      return scoreTripleNeon<0, U>(c, counts);
-    case 1:
-      return scoreTripleNeon<1, U>(c, counts);
-    case 2:
-      return scoreTripleNeon<2, U>(c, counts);
-    default:
-      return scoreTripleNeon<3, U>(c, counts);
+void scoreTriplesNeonWithShift(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
+#if defined(__aarch64__)
+  if (!c[1].empty && !c[2].empty) {
+    switch (c[0].zero.tailWords) {
+      case 0:
+        return scoreNineNeon<0, U>(c, counts);
+      case 1:
+        return scoreNineNeon<1, U>(c, counts);
+      case 2:
+        return scoreNineNeon<2, U>(c, counts);
+      default:
+        return scoreNineNeon<3, U>(c, counts);
+    }
+  }
+#endif
+  for (int k = 0; k < 3; ++k) {
+    if (c[k].empty) continue;
+    switch (c[k].zero.tailWords) {
+      case 0:
+        scoreTripleNeon<0, U>(c[k], counts[k]);
+        break;
+      case 1:
+        scoreTripleNeon<1, U>(c[k], counts[k]);
+        break;
+      case 2:
+        scoreTripleNeon<2, U>(c[k], counts[k]);
+        break;
+      default:
+        scoreTripleNeon<3, U>(c[k], counts[k]);
+        break;
+    }
   }
 }
 
 // The default step of 2 gets immediate shifts in the body.
-void scoreTripleNeon(const CandidateTriple &c, uint32_t counts[3]) {
-  if (c.positive.shift == 2) return scoreTripleNeonWithShift<2>(c, counts);
-  scoreTripleNeonWithShift<0>(c, counts);
+void scoreTriplesNeon(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
+  if (c[0].positive.shift == 2) return scoreTriplesNeonWithShift<2>(c, counts);
+  scoreTriplesNeonWithShift<0>(c, counts);
 }
 #endif
 
+void scoreTriplesPortable(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
+  for (int k = 0; k < 3; ++k)
+    if (!c[k].empty) scoreTriplePortable(c[k], counts[k]);
+}
+
 // Scores in shiftPyramid's order: candidate i is (dy, dx) = (offsets[i / 3],
 // offsets[i % 3]) with offsets 0, -s, +s.
-template <void (*scoreTriple)(const CandidateTriple &, uint32_t *)>
+template <void (*scoreTriples)(const CandidateTriple (&)[3], uint32_t (&)[3][3])>
 bool scoreCandidates(const AlignContext *ctx, int32_t level, int32_t scores[9]) {
   const int32_t s = ctx->searchStep;
   if (s == INT32_MIN) return false;
   const int32_t u = std::abs(s);
   if (!fusableLevel(ctx, level, u)) return false;
   const int32_t offsets[3] = {0, -s, s};
+  CandidateTriple c[3];
+  for (int32_t k = 0; k < 3; ++k) c[k] = tripleFor(ctx, level, offsets[k], u);
+  uint32_t counts[3][3] = {};  // per offset: dx = 0, -u, +u
+  scoreTriples(c, counts);
   for (int32_t k = 0; k < 3; ++k) {
-    const CandidateTriple c = tripleFor(ctx, level, offsets[k], u);
-    uint32_t counts[3] = {0, 0, 0};  // dx = 0, -u, +u
-    if (!c.empty) scoreTriple(c, counts);
-    scores[3 * k] = static_cast<int32_t>(counts[0]);
-    scores[3 * k + 1] = static_cast<int32_t>(s > 0 ? counts[1] : counts[2]);
-    scores[3 * k + 2] = static_cast<int32_t>(s > 0 ? counts[2] : counts[1]);
+    scores[3 * k] = static_cast<int32_t>(counts[k][0]);
+    scores[3 * k + 1] = static_cast<int32_t>(s > 0 ? counts[k][1] : counts[k][2]);
+    scores[3 * k + 2] = static_cast<int32_t>(s > 0 ? counts[k][2] : counts[k][1]);
   }
   return true;
 }
@@ -397,12 +491,12 @@ int32_t countCandidateNeon(const AlignContext *ctx, int32_t level, int32_t dy, i
 #endif
 
 bool scoreNineCandidatesPortable(const AlignContext *ctx, int32_t level, int32_t scores[9]) {
-  return scoreCandidates<scoreTriplePortable>(ctx, level, scores);
+  return scoreCandidates<scoreTriplesPortable>(ctx, level, scores);
 }
 
 #if VIDEOHDR_HAVE_NEON
 bool scoreNineCandidatesNeon(const AlignContext *ctx, int32_t level, int32_t scores[9]) {
-  return scoreCandidates<scoreTripleNeon>(ctx, level, scores);
+  return scoreCandidates<scoreTriplesNeon>(ctx, level, scores);
 }
 #endif
 

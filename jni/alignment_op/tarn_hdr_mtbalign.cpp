@@ -88,7 +88,7 @@ int32_t takeImagesAndThreshold(AlignContext *ctx, const uint8_t *prevFrame,
   videohdr::carveWorkspace(ctx);
   const size_t P =
       static_cast<size_t>(static_cast<uint32_t>(ctx->width) * static_cast<uint32_t>(ctx->height));
-  const auto copyAndSum = videohdr::kKernels.copy.copyAndSum;
+  const auto copyAndSum = videohdr::kKernels.bitmap.copyLumaAndSum;
   const uint32_t sumPrev = copyAndSum(ctx->prevImage[0], prevFrame, P);
   const uint32_t sumCur = copyAndSum(ctx->curImage[0], curFrame, P);
   return videohdr::threshBitmapFromSums(ctx, ctx->maxThreshold, ctx->minThreshold,

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 
+#include "../any_row.h"
 #include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
@@ -67,12 +68,16 @@ void packRows(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold, uin
   const int32_t words = bitmapWords(w);
   const int32_t tailPixels = w % 32;
   // Blocks at x = 0 and then while x < w - 32: for a width that is a multiple
-  // of 32 this stops one block early, so the last 32 columns keep their
-  // cleared 0 bits. The search's counts depend on it.
+  // of 32 this stops one block early, so the last 32 columns keep 0 bits. The
+  // search's counts depend on it.
   const int32_t wholeBlocks = w >= 33 ? (w - 32 + 31) / 32 : 0;
   for (int32_t y = 0; y < h; ++y) {
     const uint8_t *row = image + static_cast<size_t>(y) * w;
     uint32_t *rowWords = bitmap + static_cast<size_t>(y) * words;
+    // The blocks leave two words of every row, the tail (or blocked) word and
+    // the spare one: clearing just these (the tail word may then be stored
+    // over the first) leaves what clearing the whole bitmap first would.
+    rowWords[wholeBlocks] = rowWords[wholeBlocks + 1] = 0;
     // Narrower than 33 pixels the block loop never starts and every row's tail
     // word is stored to word 1 of row 0, so only the last row's bits remain
     // there. Such widths are outside the search's range; the bits stay those of
@@ -94,19 +99,21 @@ void packRows(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold, uin
 #if VIDEOHDR_HAVE_NEON
 // Bit packing after a de-interleaving load, which puts pixel 4j + k of a block
 // into byte j of vector k: shift-and-insert steps build in byte j the nibble
-// of pixels 4j .. 4j+3 (first pixel highest), then the nibbles of bytes 2m and
-// 2m + 1 make byte m, pixels 8m .. 8m+7 with the first in bit 7. A byte
-// reversal within each 32-bit lane then puts pixels 0-7 of a word into its top
-// byte.
-
-// 64 pixels into two words.
-inline uint32x2_t packTwoBlocksNeon(const uint8_t *pixels, uint8x16_t limit) {
-  const uint8x16x4_t v = vld4q_u8(pixels);
+// of pixels 4j .. 4j+3 (first pixel highest), and one more on 16-bit lanes
+// puts the nibble of byte 2m + 1 under that of byte 2m, so byte 2m holds
+// pixels 8m .. 8m+7 with the first in bit 7. Narrowing keeps those bytes, and
+// a byte reversal within each 32-bit lane puts pixels 0-7 of a word into its
+// top byte.
+inline uint16x8_t packedBytes(const uint8x16x4_t &v, uint8x16_t limit) {
   const uint8x16_t pixels01 = vsriq_n_u8(vcgtq_u8(v.val[0], limit), vcgtq_u8(v.val[1], limit), 1);
   const uint8x16_t pixels23 = vsriq_n_u8(vcgtq_u8(v.val[2], limit), vcgtq_u8(v.val[3], limit), 1);
   const uint16x8_t nibbles = vreinterpretq_u16_u8(vsriq_n_u8(pixels01, pixels23, 2));
-  const uint8x8_t octets = vsri_n_u8(vmovn_u16(nibbles), vshrn_n_u16(nibbles, 8), 4);
-  return vreinterpret_u32_u8(vrev32_u8(octets));
+  return vsriq_n_u16(nibbles, nibbles, 12);
+}
+
+// 64 pixels into two words.
+inline uint32x2_t packTwoBlocksNeon(const uint8_t *pixels, uint8x16_t limit) {
+  return vreinterpret_u32_u8(vrev32_u8(vmovn_u16(packedBytes(vld4q_u8(pixels), limit))));
 }
 
 // 32 pixels into one word (lane 0).
@@ -114,15 +121,22 @@ inline uint32x2_t packBlockNeon(const uint8_t *pixels, uint8x8_t limit) {
   const uint8x8x4_t v = vld4_u8(pixels);
   const uint8x8_t pixels01 = vsri_n_u8(vcgt_u8(v.val[0], limit), vcgt_u8(v.val[1], limit), 1);
   const uint8x8_t pixels23 = vsri_n_u8(vcgt_u8(v.val[2], limit), vcgt_u8(v.val[3], limit), 1);
-  const uint8x8_t nibbles = vsri_n_u8(pixels01, pixels23, 2);
-  const uint8x8x2_t evenOdd = vuzp_u8(nibbles, nibbles);
-  const uint8x8_t octets = vsri_n_u8(evenOdd.val[0], evenOdd.val[1], 4);
-  return vreinterpret_u32_u8(vrev32_u8(octets));
+  const uint16x4_t nibbles = vreinterpret_u16_u8(vsri_n_u8(pixels01, pixels23, 2));
+  const uint8x8_t bytes = vreinterpret_u8_u16(vsri_n_u16(nibbles, nibbles, 12));
+  return vreinterpret_u32_u8(vrev32_u8(vuzp_u8(bytes, bytes).val[0]));
 }
 
 void packBlocksNeon(const uint8_t *row, int32_t blocks, uint8_t threshold, uint32_t *words) {
   const uint8x16_t limit = vdupq_n_u8(threshold);
   int32_t j = 0;
+#if defined(__aarch64__)
+  // 128 pixels into four words: one unzip narrows two vectors at once.
+  for (; j + 4 <= blocks; j += 4) {
+    const uint8x16_t first = vreinterpretq_u8_u16(packedBytes(vld4q_u8(row + 32 * j), limit));
+    const uint8x16_t second = vreinterpretq_u8_u16(packedBytes(vld4q_u8(row + 32 * j + 64), limit));
+    vst1q_u32(words + j, vreinterpretq_u32_u8(vrev32q_u8(vuzp1q_u8(first, second))));
+  }
+#endif
   for (; j + 2 <= blocks; j += 2) vst1_u32(words + j, packTwoBlocksNeon(row + 32 * j, limit));
   if (j < blocks) vst1_lane_u32(words + j, packBlockNeon(row + 32 * j, vget_low_u8(limit)), 0);
 }
@@ -145,6 +159,41 @@ uint16x8_t rowLanesNeon(const uint8_t *row, int32_t w) {
   }
   for (; x < covered; x += 8) lanes = vaddw_u8(lanes, vld1_u8(row + x));
   return lanes;
+}
+
+// The luma copy with its sum adds each step into two sets of eight 16-bit
+// lanes, widened every 4,096 bytes: 256 bytes of at most 255 per lane, which
+// cannot wrap.
+#if defined(__aarch64__)
+constexpr size_t kSumStep = 64;  // one four-register load and store
+#else
+constexpr size_t kSumStep = 32;  // one de-interleaving load and store, order kept
+#endif
+constexpr size_t kSumStepsPerWidening = 4096 / kSumStep;
+
+uint32_t copyAndSumStepsNeon(uint8_t *dst, const uint8_t *src, size_t steps) {
+  uint32x4_t totals = vdupq_n_u32(0);
+  while (steps != 0) {
+    const size_t chunk = steps < kSumStepsPerWidening ? steps : kSumStepsPerWidening;
+    steps -= chunk;
+    uint16x8_t lanes0 = vdupq_n_u16(0), lanes1 = lanes0;
+    for (size_t k = 0; k < chunk; ++k, src += kSumStep, dst += kSumStep) {
+#if defined(__aarch64__)
+      const uint8x16x4_t a = vld1q_u8_x4(src);
+      vst1q_u8_x4(dst, a);
+      lanes0 = vpadalq_u8(vpadalq_u8(lanes0, a.val[0]), a.val[1]);
+      lanes1 = vpadalq_u8(vpadalq_u8(lanes1, a.val[2]), a.val[3]);
+#else
+      const uint8x16x2_t a = vld2q_u8(src);
+      vst2q_u8(dst, a);
+      lanes0 = vpadalq_u8(lanes0, a.val[0]);
+      lanes1 = vpadalq_u8(lanes1, a.val[1]);
+#endif
+    }
+    totals = vpadalq_u16(vpadalq_u16(totals, lanes0), lanes1);
+  }
+  return vgetq_lane_u32(totals, 0) + vgetq_lane_u32(totals, 1) + vgetq_lane_u32(totals, 2) +
+         vgetq_lane_u32(totals, 3);
 }
 #endif
 
@@ -169,6 +218,15 @@ uint32_t sumLumaPortable(const uint8_t *image, int32_t w, int32_t h) {
   return total;
 }
 
+uint32_t copyLumaAndSumPortable(uint8_t *dst, const uint8_t *src, size_t n) {
+  uint32_t sum = 0;
+  for (size_t i = 0; i < n; ++i) {
+    dst[i] = src[i];
+    sum += src[i];
+  }
+  return sum;
+}
+
 bool lumaSumIsPlain(int32_t w) { return w % 8 == 0 && w <= kWidestUnwrappedRow; }
 
 void packThresholdBitsPortable(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
@@ -185,6 +243,15 @@ uint32_t sumLumaNeon(const uint8_t *image, int32_t w, int32_t h) {
          vgetq_lane_u32(totals, 3);
 }
 
+uint32_t copyLumaAndSumNeon(uint8_t *dst, const uint8_t *src, size_t n) {
+  uint32_t sum = 0;
+  blocksThenRest(
+      wholeBlocks<kSumStep>(n), n,
+      [&](size_t end) { sum = copyAndSumStepsNeon(dst, src, end / kSumStep); },
+      [&](size_t at, size_t rest) { sum += copyLumaAndSumPortable(dst + at, src + at, rest); });
+  return sum;
+}
+
 void packThresholdBitsNeon(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
                            uint32_t *bitmap) {
   packRows<packBlocksNeon>(image, w, h, threshold, bitmap);
@@ -195,10 +262,8 @@ int32_t threshBitmapFromSums(AlignContext *context, int32_t maxThreshold, int32_
                              int32_t sumPrev, int32_t sumCur) {
   const int32_t w = context->width;
   const int32_t h = context->height;
-  const size_t bitmapBytes = static_cast<size_t>(bitmapWords(w)) * h * sizeof(uint32_t);
-  // Only the h rows: the region's spare row is left as it is.
-  std::memset(context->prevBitmap[0], 0, bitmapBytes);
-  std::memset(context->curBitmap[0], 0, bitmapBytes);
+  // The packing writes every word of the h rows, the region's spare row is
+  // left as it is.
   const int32_t pixels = w * h;
   const int32_t thrPrev = clampThreshold(sumPrev / pixels, maxThreshold, minThreshold);
   const int32_t thrCur = clampThreshold(sumCur / pixels, maxThreshold, minThreshold);

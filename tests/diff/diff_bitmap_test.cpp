@@ -15,18 +15,18 @@ namespace {
 using checkasm::name;
 using videohdr::Kernels;
 
-static_assert(checkasm::hasMembers<videohdr::CopyKernels>(2), "a copy kernel without a case");
-static_assert(checkasm::hasMembers<videohdr::BitmapKernels>(5), "a bitmap kernel without a case");
+static_assert(checkasm::hasMembers<videohdr::CopyKernels>(1), "a copy kernel without a case");
+static_assert(checkasm::hasMembers<videohdr::BitmapKernels>(6), "a bitmap kernel without a case");
 
 size_t rowBytes(int32_t width) { return 4 * static_cast<size_t>(videohdr::bitmapWords(width)); }
 
-// Every length around the 64-byte step and the sum's 2,048-byte widening, and
+// Every length around the 64-byte step and the sum's 4,096-byte widening, and
 // a frame-sized one, from a source of exactly that length; saturated bytes
 // for the widest sums.
 TEST(DiffCopy, CopyAndCopyWithSum) {
   std::mt19937 rng(15);
   std::vector<int> lengths = checkasm::widthsToTry(0, 300000, rng, 140, 12);
-  for (int n : {2047, 2048, 2049, 4096 + 63, 1920 * 1080}) lengths.push_back(n);
+  for (int n : {4095, 4096, 4097, 4096 + 63, 8192 + 64, 1920 * 1080}) lengths.push_back(n);
   for (int n : lengths) {
     std::vector<uint8_t> src = checkasm::randomBytes(n, rng);
     if (rng() % 2) std::fill(src.begin(), src.end(), uint8_t{255});
@@ -34,7 +34,7 @@ TEST(DiffCopy, CopyAndCopyWithSum) {
         {size_t(n), size_t(n), sizeof(uint32_t)}, rng,
         [&](const Kernels &k, std::vector<uint8_t *> &out) {
           k.copy.copyBytes(out[0], src.data(), n);
-          const uint32_t sum = k.copy.copyAndSum(out[1], src.data(), n);
+          const uint32_t sum = k.bitmap.copyLumaAndSum(out[1], src.data(), n);
           std::memcpy(out[2], &sum, sizeof sum);
         },
         name("copy", n));
@@ -104,7 +104,7 @@ TEST(DiffBitmap, CopyWithSumIsThePlainLumaSum) {
     ASSERT_TRUE(videohdr::lumaSumIsPlain(w));
     const auto image = checkasm::randomBytes(size_t(w) * 5, rng);
     std::vector<uint8_t> copy(image.size());
-    const uint32_t sum = videohdr::copyAndSumPortable(copy.data(), image.data(), copy.size());
+    const uint32_t sum = videohdr::copyLumaAndSumPortable(copy.data(), image.data(), copy.size());
     EXPECT_EQ(sum, videohdr::sumLumaPortable(copy.data(), w, 5)) << w;
   }
   for (int w : {7, 12, 2064}) EXPECT_FALSE(videohdr::lumaSumIsPlain(w)) << w;

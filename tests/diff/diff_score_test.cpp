@@ -59,13 +59,14 @@ TEST(DiffScore, CandidateCounts) {
 // whether the layout is theirs and on every score, and each score they give
 // is the candidate's own count. Steps of 17 and rows of 32 blocks (where the
 // dense rows wrap the count's lanes) are not theirs; a height of 3 leaves the
-// vertical candidates no rows.
+// vertical candidates no rows, and 36 leaves a step of 16 fifteen rows at the
+// top and the bottom that only the unmoved row compares.
 TEST(DiffScore, NineCandidatesTogether) {
   std::mt19937 rng(14);
   std::vector<int> widths = checkasm::widthsToTry(129, 2200, rng, 70);
   for (int w : {3968, 3969, 4000, 4064, 4096}) widths.push_back(w);
   for (int w : widths) {
-    for (int32_t h : {3, 9}) {
+    for (int32_t h : {3, 9, 36}) {
       for (int32_t step : {2, -2, 1, 16, 17}) {
         BitmapPair b(w, h);
         b.fillRandom(rng);
