@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 
 #include "../kernels.h"
 #include "align_internal.h"
@@ -392,38 +393,34 @@ void scoreNineNeon(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
 }
 #endif
 
+// Calls score(std::integral_constant<int, T>) with T the plans' tail words
+// (0 to 3), which the passes take as a compile-time constant.
+template <typename Score>
+void withTailWords(int32_t tailWords, Score score) {
+  switch (tailWords) {
+    case 0:
+      return score(std::integral_constant<int, 0>{});
+    case 1:
+      return score(std::integral_constant<int, 1>{});
+    case 2:
+      return score(std::integral_constant<int, 2>{});
+    default:
+      return score(std::integral_constant<int, 3>{});
+  }
+}
+
 template <int U>
 void scoreTriplesNeonWithShift(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
 #if defined(__aarch64__)
   if (!c[1].empty && !c[2].empty) {
-    switch (c[0].zero.tailWords) {
-      case 0:
-        return scoreNineNeon<0, U>(c, counts);
-      case 1:
-        return scoreNineNeon<1, U>(c, counts);
-      case 2:
-        return scoreNineNeon<2, U>(c, counts);
-      default:
-        return scoreNineNeon<3, U>(c, counts);
-    }
+    return withTailWords(c[0].zero.tailWords,
+                         [&](auto t) { scoreNineNeon<decltype(t)::value, U>(c, counts); });
   }
 #endif
   for (int k = 0; k < 3; ++k) {
     if (c[k].empty) continue;
-    switch (c[k].zero.tailWords) {
-      case 0:
-        scoreTripleNeon<0, U>(c[k], counts[k]);
-        break;
-      case 1:
-        scoreTripleNeon<1, U>(c[k], counts[k]);
-        break;
-      case 2:
-        scoreTripleNeon<2, U>(c[k], counts[k]);
-        break;
-      default:
-        scoreTripleNeon<3, U>(c[k], counts[k]);
-        break;
-    }
+    withTailWords(c[k].zero.tailWords,
+                  [&](auto t) { scoreTripleNeon<decltype(t)::value, U>(c[k], counts[k]); });
   }
 }
 
