@@ -259,6 +259,12 @@ VIDEOHDR_API void shiftPyramid(AlignContext *context, int32_t level);
  * more, which the word-wise moves cannot make, leaves the whole bitmap 0.
  */
 VIDEOHDR_API void shiftData(AlignContext *context, int32_t level);
+/*
+ * Writes the previous frame, moved by the filtered shift, over a copy of the
+ * current frame into outFrame (all three are width x height frame copies).
+ * outFrame may be curFrame itself, which aligns in place; it must not overlap
+ * prevFrame, or any other part of curFrame.
+ */
 VIDEOHDR_API void getScanData(AlignContext *context, const uint8_t *prevFrame,
                               const uint8_t *curFrame, uint8_t *outFrame);
 

@@ -2,6 +2,7 @@
 // jumping, and the previous frame laid over the current one.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <vector>
@@ -21,9 +22,10 @@ struct Shift {
 class ScanFixture {
  public:
   ScanFixture(int32_t w, int32_t h) : fx_(w, h) {}
-  // Runs getScanData on (prev, cur) into a guarded output that starts random.
+  // Runs getScanData on (prev, cur) into a guarded output that starts random,
+  // or, in place, into a guarded copy of cur.
   std::vector<uint8_t> run(Shift found, Shift last, const std::vector<uint8_t> &prev,
-                           const std::vector<uint8_t> &cur) {
+                           const std::vector<uint8_t> &cur, bool inPlace = false) {
     AlignContext *c = fx_.context();
     c->levelDx[0] = found.dx;
     c->levelDy[0] = found.dy;
@@ -32,7 +34,8 @@ class ScanFixture {
     checkasm::Guarded out(prev.size());
     std::mt19937 rng(found.dx * 31 + found.dy);
     out.fillRandom(rng);
-    getScanData(c, prev.data(), cur.data(), out.data());
+    if (inPlace) std::copy(cur.begin(), cur.end(), out.data());
+    getScanData(c, prev.data(), inPlace ? out.data() : cur.data(), out.data());
     EXPECT_TRUE(out.guardsIntact()) << "shift " << found.dx << "," << found.dy;
     return out.bytes();
   }
@@ -119,9 +122,11 @@ TEST(ScanDataOverlay, EveryShiftMatchesThePerPixelDefinition) {
     for (int32_t dy = -size.h - 2; dy <= size.h + 2; ++dy)
       for (int32_t dx = -size.w - 2; dx <= size.w + 2; ++dx) {
         // A last shift equal to the found one keeps it whatever its size.
-        EXPECT_EQ(fx.run({dx, dy}, {dx, dy}, prev, cur),
-                  expectedOverlay(size.w, size.h, {dx, dy}, prev, cur))
+        const std::vector<uint8_t> expected = expectedOverlay(size.w, size.h, {dx, dy}, prev, cur);
+        EXPECT_EQ(fx.run({dx, dy}, {dx, dy}, prev, cur), expected)
             << size.w << "x" << size.h << " shift " << dx << "," << dy;
+        EXPECT_EQ(fx.run({dx, dy}, {dx, dy}, prev, cur, true), expected)
+            << "in place, " << size.w << "x" << size.h << " shift " << dx << "," << dy;
         EXPECT_EQ(fx.applied().dx, dx);
         EXPECT_EQ(fx.applied().dy, dy);
       }

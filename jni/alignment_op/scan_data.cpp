@@ -11,39 +11,39 @@ namespace {
 
 constexpr auto copyBytes = kKernels.copy.copyBytes;
 
+// The current frame's bytes into the aligned frame. A caller may align into
+// the current frame itself (outFrame == curFrame): its bytes are then already
+// in place, and the copy, whose ranges must not overlap, is left out. This
+// works because every output byte is written once and the overlays read the
+// previous frame only (which must not overlap the output).
+void copyBackground(uint8_t *out, const uint8_t *cur, size_t n) {
+  if (out != cur) copyBytes(out, cur, n);
+}
+
 bool oppositeSigns(int32_t a, int32_t b) { return a != 0 && b != 0 && ((a < 0) != (b < 0)); }
 
 // Writes the `planeRows` rows of one plane (pitch `pitch`) of the aligned
-// frame: a run of `overlayRows` rows in which `bytes` bytes of the previous
-// frame are laid over the current one so that destination (x, y) receives
-// previous (x + sx, y + sy), and the current frame everywhere else. The
-// overlay lies inside the plane for every shift the caller passes.
-//
-// The overlaid rows are consecutive, and so are their source rows, so one
-// copy lays the previous frame over all of them at once; it also fills each
-// gap between one row's overlay and the next one's (the end of the row after
-// `bytes`, then the next row's first bytes) with previous-frame bytes, which a
-// copy of the current frame's then replaces. The bulk copies run at full
-// speed and only the gaps, of |sx| bytes or so, are copied row by row.
+// frame, each byte once: a run of `overlayRows` rows in which `bytes` bytes of
+// the previous frame are laid over the current one so that destination (x, y)
+// receives previous (x + sx, y + sy), and the current frame everywhere else.
+// The overlay lies inside the plane for every shift the caller passes.
 void composePlane(const uint8_t *prev, const uint8_t *cur, uint8_t *out, int32_t pitch,
                   int32_t planeRows, int32_t overlayRows, int32_t bytes, int32_t sx, int32_t sy) {
+  const int32_t srcRow = sy > 0 ? sy : 0, dstRow = overlayRows > 0 && sy < 0 ? -sy : 0;
+  const int32_t srcCol = sx > 0 ? sx : 0, dstCol = sx < 0 ? -sx : 0;
   const size_t rowBytes = static_cast<size_t>(pitch);
-  const size_t planeBytes = rowBytes * planeRows;
-  if (overlayRows < 1 || bytes < 1) {
-    copyBytes(out, cur, planeBytes);
-    return;
+  const int32_t after = dstRow + overlayRows;
+  copyBackground(out, cur, rowBytes * dstRow);
+  for (int32_t y = dstRow; y < after; ++y) {
+    uint8_t *o = out + y * rowBytes;
+    const uint8_t *c = cur + y * rowBytes;
+    copyBackground(o, c, static_cast<size_t>(dstCol));
+    copyBytes(o + dstCol, prev + (srcRow + y - dstRow) * rowBytes + srcCol,
+              static_cast<size_t>(bytes));
+    copyBackground(o + dstCol + bytes, c + dstCol + bytes,
+                   static_cast<size_t>(pitch - dstCol - bytes));
   }
-  const size_t srcRow = sy > 0 ? sy : 0, dstRow = sy < 0 ? -sy : 0;
-  const size_t srcCol = sx > 0 ? sx : 0, dstCol = sx < 0 ? -sx : 0;
-  const size_t first = dstRow * rowBytes + dstCol;
-  const size_t end = (dstRow + overlayRows - 1) * rowBytes + dstCol + bytes;
-  copyBytes(out, cur, first);
-  copyBytes(out + first, prev + srcRow * rowBytes + srcCol, end - first);
-  const size_t gap = rowBytes - bytes;
-  if (gap != 0) {
-    for (size_t at = first + bytes; at < end; at += rowBytes) copyBytes(out + at, cur + at, gap);
-  }
-  copyBytes(out + end, cur + end, planeBytes - end);
+  copyBackground(out + after * rowBytes, cur + after * rowBytes, rowBytes * (planeRows - after));
 }
 
 }  // namespace
@@ -63,15 +63,15 @@ void filterShift(int32_t X, int32_t Y, int32_t pdx, int32_t pdy, int32_t *outDx,
 }
 
 // The current frame as background, the previous one moved over it: each
-// output byte ends with the value the background copy followed by the row
-// overlays would leave.
+// output byte is written once, with the value the background copy followed by
+// the row overlays would leave.
 void writeAlignedFrame(int32_t w, int32_t h, int32_t dx, int32_t dy, const uint8_t *prev,
                        const uint8_t *cur, uint8_t *out) {
   const uint32_t frameBytes = (3u * static_cast<uint32_t>(w) * static_cast<uint32_t>(h)) >> 1;
   const int32_t rows = h - std::abs(dy);
   const int32_t cols = w - std::abs(dx);
   if (w < 1 || h < 1 || rows < 1 || cols < 1) {
-    copyBytes(out, cur, frameBytes);
+    copyBackground(out, cur, frameBytes);
     return;
   }
   composePlane(prev, cur, out, w, h, rows, cols, dx, dy);
@@ -85,7 +85,7 @@ void writeAlignedFrame(int32_t w, int32_t h, int32_t dx, int32_t dy, const uint8
                dx - dx % 2, dy / 2);
   // The half chroma row of an odd height is background only.
   const size_t covered = chroma + static_cast<size_t>(w) * chromaRows;
-  copyBytes(out + covered, cur + covered, frameBytes - covered);
+  copyBackground(out + covered, cur + covered, frameBytes - covered);
 }
 
 }  // namespace videohdr
