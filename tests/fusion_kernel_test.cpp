@@ -116,6 +116,32 @@ TEST(ExposureFusion, EqualSampledSumsMakeCurrentTheBrighter) {
   EXPECT_TRUE(outB.untouched(8, outB.bytes.size()));
 }
 
+// Two rows: the weight map is the even samples of row 0, each doubled over
+// its column pair and both rows (too small for any smoothing). Only byte 0 is
+// sampled, equal in both frames, so the current frame is the brighter, whatever
+// the bytes right behind the sampled one. Weights: 212 at min(64, 64) and 250
+// at min(128, 16); the frames are a (current) and b, luma then chroma.
+TEST(ExposureFusion, TwoRowsTakeTheDoubledEvenSamples) {
+  const struct {
+    int W;
+    std::vector<uint8_t> a, b, luma;
+  } cases[] = {
+      {4,
+       {64, 0, 128, 0, 1, 20, 30, 40, 9, 9, 9, 9},
+       {64, 50, 16, 60, 10, 2, 3, 4, 9, 9, 9, 9},
+       {63, 8, 125, 1, 2, 16, 29, 39}},
+      {2, {64, 0, 1, 20, 9, 9}, {64, 50, 10, 2, 9, 9}, {63, 8, 2, 16}},
+  };
+  for (auto c : cases) {
+    c.a.resize(c.a.size() + kCopySlack);
+    c.b.resize(c.b.size() + kCopySlack);
+    FusionHandle handle(c.W, 2, 2);
+    CallerFrame out(c.W, 2, 2);
+    ExposureFusionNeon(handle.get(), c.a.data(), c.b.data(), out.data());
+    for (size_t i = 0; i < c.luma.size(); ++i) EXPECT_EQ(out.luma(i), c.luma[i]) << c.W << " " << i;
+  }
+}
+
 // A black dark frame makes every lookup 255. The vertical pass then writes 0
 // into Q0 wherever it reads Q1 columns the horizontal pass never wrote (zero,
 // as the context allocates them), and everywhere else the weight stays 255.
