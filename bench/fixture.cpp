@@ -57,7 +57,7 @@ const std::vector<KernelCase> &kernelCases() {
       {"FrameCopyIn",
        [](Fixture &f) {
          const Geometry &g = f.geometry();
-         const auto copyBytes = videohdr::kKernels.copy.copyBytes;
+         const auto copyBytes = videohdr::activeKernels().copy.copyBytes;
          copyBytes(f.spareFrame(), f.frame(), g.lumaBytes());
          copyBytes(f.spareFrame() + g.lumaBytes(), f.frame() + g.chromaOffset(), g.lumaBytes() / 2);
        }},

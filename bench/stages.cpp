@@ -44,7 +44,8 @@ struct StagePass {
 
 namespace {
 
-constexpr auto &kKernels = videohdr::kKernels;
+// The instance the library runs on this processor.
+const videohdr::Kernels &kKernels = videohdr::activeKernels();
 
 // What the fusion's smoothing passes are called with.
 constexpr int32_t kSmoothBorder = 3;

@@ -14,18 +14,20 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "kernels.h"
 
 namespace fuzz {
 
-// Every kernel table instance the build has, the portable reference first.
-constexpr const videohdr::Kernels *kInstances[] = {
-    &videohdr::kPortableKernels,
-#if VIDEOHDR_HAVE_NEON
-    &videohdr::kNeonKernels,
-#endif
-};
+// Every kernel table instance the build has and this processor runs, the
+// portable reference first.
+inline const std::vector<const videohdr::Kernels *> kInstances = [] {
+  std::vector<const videohdr::Kernels *> runnable;
+  for (const auto &instance : videohdr::kKernelInstances)
+    if (videohdr::processorRuns(instance.isa)) runnable.push_back(instance.kernels);
+  return runnable;
+}();
 
 class ExactBuffer {
  public:

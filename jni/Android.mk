@@ -10,6 +10,7 @@ LOCAL_SRC_FILES := \
     video_hdr.cpp \
     hdr_log.cpp \
     byte_copy.cpp \
+    kernels.cpp \
     alignment_op/tarn_hdr_mtbalign.cpp \
     alignment_op/thresh_bitmap.cpp \
     alignment_op/bitmap_pyramid.cpp \

@@ -26,6 +26,11 @@ void copyBytesNeon(uint8_t *dst, const uint8_t *src, size_t n);
 inline constexpr CopyKernels kCopyNeon = {copyBytesNeon};
 #endif
 
+#if VIDEOHDR_HAVE_X86_SIMD
+inline constexpr CopyKernels kCopySse41 = kCopyPortable;
+inline constexpr CopyKernels kCopyAvx2 = kCopyPortable;
+#endif
+
 }  // namespace videohdr
 
 #endif  // VIDEOHDR_BYTE_COPY_H

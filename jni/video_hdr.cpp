@@ -36,7 +36,7 @@ void copyFrameIn(uint8_t *dst, const uint8_t *frame, int32_t stride, int32_t hei
                  int32_t scanline) {
   const int32_t lumaBytes = stride * height;
   const int32_t chromaBytes = lumaBytes / 2;
-  const auto copyBytes = videohdr::kKernels.copy.copyBytes;
+  const auto copyBytes = videohdr::activeKernels().copy.copyBytes;
   copyBytes(dst, frame, static_cast<size_t>(lumaBytes));
   copyBytes(dst + lumaBytes, frame + static_cast<ptrdiff_t>(scanline) * stride,
             static_cast<size_t>(chromaBytes));

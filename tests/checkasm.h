@@ -1,7 +1,8 @@
-// Differential test harness: runs a kernel of both kernel table instances
-// (portable and NEON) on the same random inputs and compares every byte they
-// leave in their destinations, which are surrounded by guard bytes that must
-// survive. In the spirit of dav1d's checkasm and libyuv's C-versus-SIMD unit
+// Differential test harness: runs a kernel of every kernel table instance the
+// build has and the processor runs (portable, NEON, SSE4.1, AVX2) on the same
+// random inputs and compares every byte each leaves in its destinations with
+// the portable reference's; the destinations are surrounded by guard bytes
+// that must survive. In the spirit of dav1d's checkasm and libyuv's C-versus-SIMD unit
 // tests.
 #ifndef VIDEOHDR_TESTS_CHECKASM_H
 #define VIDEOHDR_TESTS_CHECKASM_H
@@ -54,31 +55,49 @@ class Guarded {
   std::vector<uint8_t> bytes_;
 };
 
-#if VIDEOHDR_HAVE_NEON
+// The instances compared with the portable reference: every other one the
+// build has and this processor runs (dav1d's checkasm loops over CPU flags
+// the same way).
+inline std::vector<const videohdr::KernelInstance *> testedInstances() {
+  std::vector<const videohdr::KernelInstance *> tested;
+  for (const auto &instance : videohdr::kKernelInstances)
+    if (instance.isa != videohdr::InstructionSet::Portable && videohdr::processorRuns(instance.isa))
+      tested.push_back(&instance);
+  return tested;
+}
+
 using Run = std::function<void(const videohdr::Kernels &, std::vector<uint8_t *> &)>;
 
-// Runs `run(kernels, outputs)` once per instance. Each run gets its own set of
-// guarded destinations of the given sizes, both sets starting from the same
-// random contents (so bytes a kernel must leave alone compare equal too).
-// Expects identical destination bytes and intact guards; `what` names the case.
+// Runs `run(kernels, outputs)` once for the portable instance and once for
+// each tested one. Each run gets its own set of guarded destinations of the
+// given sizes, all starting from the same random contents (so bytes a kernel
+// must leave alone compare equal too). Expects identical destination bytes
+// and intact guards; `what` names the case.
 inline void expectVariantsMatch(const std::vector<size_t> &outputSizes, std::mt19937 &rng,
                                 const Run &run, const std::string &what) {
-  const videohdr::Kernels *instances[2] = {&videohdr::kPortableKernels, &videohdr::kNeonKernels};
-  std::vector<Guarded> outs[2];
+  std::vector<Guarded> initial;
   for (size_t size : outputSizes) {
-    outs[0].emplace_back(size);
-    outs[0].back().fillRandom(rng);
-    outs[1].push_back(outs[0].back());
+    initial.emplace_back(size);
+    initial.back().fillRandom(rng);
   }
-  for (int v = 0; v < 2; ++v) {
+  auto runOn = [&](const videohdr::Kernels &kernels) {
+    std::vector<Guarded> outs = initial;
     std::vector<uint8_t *> ptrs;
-    for (auto &g : outs[v]) ptrs.push_back(g.data());
-    run(*instances[v], ptrs);
-  }
-  for (size_t k = 0; k < outputSizes.size(); ++k) {
-    EXPECT_EQ(outs[0][k].bytes(), outs[1][k].bytes()) << what << ": output " << k;
-    EXPECT_TRUE(outs[0][k].guardsIntact()) << what << ": portable wrote outside output " << k;
-    EXPECT_TRUE(outs[1][k].guardsIntact()) << what << ": neon wrote outside output " << k;
+    for (auto &g : outs) ptrs.push_back(g.data());
+    run(kernels, ptrs);
+    return outs;
+  };
+  const std::vector<Guarded> reference = runOn(videohdr::kPortableKernels);
+  for (size_t k = 0; k < outputSizes.size(); ++k)
+    EXPECT_TRUE(reference[k].guardsIntact()) << what << ": portable wrote outside output " << k;
+  for (const videohdr::KernelInstance *instance : testedInstances()) {
+    const std::vector<Guarded> outs = runOn(*instance->kernels);
+    for (size_t k = 0; k < outputSizes.size(); ++k) {
+      EXPECT_EQ(reference[k].bytes(), outs[k].bytes())
+          << what << ": " << instance->name << " output " << k;
+      EXPECT_TRUE(outs[k].guardsIntact())
+          << what << ": " << instance->name << " wrote outside output " << k;
+    }
   }
 }
 
@@ -86,9 +105,10 @@ inline void expectVariantsMatch(const std::vector<size_t> &outputSizes, std::mt1
 template <typename Result>
 void expectSameResult(const std::function<Result(const videohdr::Kernels &)> &run,
                       const std::string &what) {
-  EXPECT_EQ(run(videohdr::kPortableKernels), run(videohdr::kNeonKernels)) << what;
+  const Result reference = run(videohdr::kPortableKernels);
+  for (const videohdr::KernelInstance *instance : testedInstances())
+    EXPECT_EQ(reference, run(*instance->kernels)) << what << ": " << instance->name;
 }
-#endif
 
 // A case's name from its parts, separated by spaces.
 template <typename... Parts>

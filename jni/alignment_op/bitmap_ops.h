@@ -85,6 +85,11 @@ inline constexpr BitmapKernels kBitmapNeon = {sumLumaNeon,           copyLumaAnd
                                               shiftRowLeftNeon,      shiftRowRightNeon};
 #endif
 
+#if VIDEOHDR_HAVE_X86_SIMD
+inline constexpr BitmapKernels kBitmapSse41 = kBitmapPortable;
+inline constexpr BitmapKernels kBitmapAvx2 = kBitmapPortable;
+#endif
+
 // Whether sumLuma over rows of w bytes is the plain sum of the image's bytes:
 // rows that are whole 8-byte groups (nothing read past them) and too short to
 // wrap a 16-bit lane.

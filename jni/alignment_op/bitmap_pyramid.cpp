@@ -101,7 +101,7 @@ extern "C" void buildGaussianPyramid(AlignContext *context, int32_t level) {
   const size_t dstPitch = static_cast<size_t>(context->levelPitch[level]) / 4;
   // The spare last word of each row is not written.
   const int32_t words = static_cast<int32_t>(dstPitch) - 1;
-  const auto decimateRow = videohdr::kKernels.bitmap.decimateRow;
+  const auto decimateRow = videohdr::activeKernels().bitmap.decimateRow;
   // Odd source rows are dropped; both pyramids advance in the same pass.
   for (int32_t y = 0; y < srcHeight / 2; ++y) {
     const size_t src = 2 * y * srcPitch;

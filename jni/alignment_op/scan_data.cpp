@@ -9,7 +9,9 @@
 namespace videohdr {
 namespace {
 
-constexpr auto copyBytes = kKernels.copy.copyBytes;
+void copyBytes(uint8_t *dst, const uint8_t *src, size_t n) {
+  activeKernels().copy.copyBytes(dst, src, n);
+}
 
 // The current frame's bytes into the aligned frame. A caller may align into
 // the current frame itself (outFrame == curFrame): its bytes are then already

@@ -70,6 +70,11 @@ inline constexpr ScoreKernels kScoreNeon = {countCandidateNeon, scoreNineCandida
                                             countXorBlocksNeon, sobelBlockSumNeon};
 #endif
 
+#if VIDEOHDR_HAVE_X86_SIMD
+inline constexpr ScoreKernels kScoreSse41 = kScorePortable;
+inline constexpr ScoreKernels kScoreAvx2 = kScorePortable;
+#endif
+
 // Runs shiftPyramid from the coarsest level down to level 0, or stores a zero
 // shift at every level when the coarsest level is narrower than the layout
 // supports.

@@ -124,14 +124,16 @@ void shiftRowRightNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_
 
 namespace {
 
-constexpr auto copyBytes = videohdr::kKernels.copy.copyBytes;
+void copyBytes(uint8_t *dst, const uint8_t *src, size_t n) {
+  videohdr::activeKernels().copy.copyBytes(dst, src, n);
+}
 
 // Writes one destination row (cleared beforehand) from one source row.
 void moveRow(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {
   if (sx > 0) {
-    videohdr::kKernels.bitmap.shiftRowLeft(src, dst, width, sx);
+    videohdr::activeKernels().bitmap.shiftRowLeft(src, dst, width, sx);
   } else if (sx < 0) {
-    videohdr::kKernels.bitmap.shiftRowRight(src, dst, width, -sx);
+    videohdr::activeKernels().bitmap.shiftRowRight(src, dst, width, -sx);
   } else {
     // The data words only: the pad word stays clear.
     std::memcpy(dst, src, static_cast<size_t>(videohdr::bitmapWords(width) - 1) * 4);

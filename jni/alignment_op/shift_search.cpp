@@ -511,7 +511,7 @@ extern "C" {
 
 int32_t xorTwoPyramid_New(AlignContext *context, int32_t /*ignored1*/, int32_t /*ignored2*/,
                           int32_t level, int32_t dy, int32_t dx) {
-  return videohdr::kKernels.score.countCandidate(context, level, dy, dx);
+  return videohdr::activeKernels().score.countCandidate(context, level, dy, dx);
 }
 
 void shiftPyramid(AlignContext *context, int32_t level) {
@@ -521,7 +521,7 @@ void shiftPyramid(AlignContext *context, int32_t level) {
   // Strictly less: a tie goes to the candidate tried first, so (0, 0) wins
   // every tie it takes part in.
   int32_t scores[9];
-  const bool scored = videohdr::kKernels.score.scoreNineCandidates(context, level, scores);
+  const bool scored = videohdr::activeKernels().score.scoreNineCandidates(context, level, scores);
   if (!scored) {
     for (int i = 0; i < 9; ++i)
       scores[i] = xorTwoPyramid_New(context, 0, 0, level, offsets[i / 3], offsets[i % 3]);

@@ -130,7 +130,7 @@ double Sobel(const uint8_t *image, int32_t width, int32_t height) {
 }
 
 double Sobel_Neon(const uint8_t *image, int32_t width, int32_t height) {
-  return videohdr::kKernels.score.sobelBlockSum(image, width, height);
+  return videohdr::activeKernels().score.sobelBlockSum(image, width, height);
 }
 
 }  // extern "C"

@@ -88,7 +88,7 @@ int32_t takeImagesAndThreshold(AlignContext *ctx, const uint8_t *prevFrame,
   videohdr::carveWorkspace(ctx);
   const size_t P =
       static_cast<size_t>(static_cast<uint32_t>(ctx->width) * static_cast<uint32_t>(ctx->height));
-  const auto copyAndSum = videohdr::kKernels.bitmap.copyLumaAndSum;
+  const auto copyAndSum = videohdr::activeKernels().bitmap.copyLumaAndSum;
   const uint32_t sumPrev = copyAndSum(ctx->prevImage[0], prevFrame, P);
   const uint32_t sumCur = copyAndSum(ctx->curImage[0], curFrame, P);
   return videohdr::threshBitmapFromSums(ctx, ctx->maxThreshold, ctx->minThreshold,
@@ -275,7 +275,7 @@ void InitPara(AlignContext *context, const uint8_t *prevFrame, const uint8_t *cu
   videohdr::carveWorkspace(context);
   const size_t P = static_cast<size_t>(static_cast<uint32_t>(context->width) *
                                        static_cast<uint32_t>(context->height));
-  const auto copyBytes = videohdr::kKernels.copy.copyBytes;
+  const auto copyBytes = videohdr::activeKernels().copy.copyBytes;
   copyBytes(context->prevImage[0], prevFrame, P);
   copyBytes(context->curImage[0], curFrame, P);
 }

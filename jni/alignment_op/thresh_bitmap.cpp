@@ -268,7 +268,7 @@ int32_t threshBitmapFromSums(AlignContext *context, int32_t maxThreshold, int32_
   const int32_t thrPrev = clampThreshold(sumPrev / pixels, maxThreshold, minThreshold);
   const int32_t thrCur = clampThreshold(sumCur / pixels, maxThreshold, minThreshold);
   // The comparison is against the threshold's low byte.
-  const auto pack = kKernels.bitmap.packThresholdBits;
+  const auto pack = activeKernels().bitmap.packThresholdBits;
   pack(context->prevImage[0], w, h, static_cast<uint8_t>(thrPrev), context->prevBitmap[0]);
   pack(context->curImage[0], w, h, static_cast<uint8_t>(thrCur), context->curBitmap[0]);
   return sumPrev > sumCur ? 1 : 0;
@@ -280,7 +280,7 @@ extern "C" int32_t ThreshBitmap(AlignContext *context, int32_t maxThreshold, int
   const int32_t w = context->width;
   const int32_t h = context->height;
   if (w < 1 || h < 1) return 0;  // no pixels, and no mean to divide out
-  const auto sumLuma = videohdr::kKernels.bitmap.sumLuma;
+  const auto sumLuma = videohdr::activeKernels().bitmap.sumLuma;
   const int32_t sumPrev = static_cast<int32_t>(sumLuma(context->prevImage[0], w, h));
   const int32_t sumCur = static_cast<int32_t>(sumLuma(context->curImage[0], w, h));
   return videohdr::threshBitmapFromSums(context, maxThreshold, minThreshold, sumPrev, sumCur);

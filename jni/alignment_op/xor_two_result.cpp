@@ -141,7 +141,7 @@ extern "C" float xorTwoResult(AlignContext *context, int32_t /*ignored1*/, int32
   if (shift != 0) edge = edgeWordFor(width, pitchWords, shift);
 
   uint32_t totals[4];
-  videohdr::kKernels.score.countXorBlocks(displaced, other, pitchWords, rows, edge.index, shift,
+  videohdr::activeKernels().score.countXorBlocks(displaced, other, pitchWords, rows, edge.index, shift,
                                           totals);
 
   float edgeTotal = 0.0f;

@@ -99,12 +99,12 @@ extern "C" {
 
 void extract_uvBuffer(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
                       int32_t height, int32_t stride) {
-  videohdr::kKernels.plane.extractUv(uvBuf, uBuf, vBuf, width, height, stride);
+  videohdr::activeKernels().plane.extractUv(uvBuf, uBuf, vBuf, width, height, stride);
 }
 
 void combine_uvBuffer(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
                       int32_t height) {
-  videohdr::kKernels.plane.combineUv(uBuf, vBuf, uvBuf, width, height);
+  videohdr::activeKernels().plane.combineUv(uBuf, vBuf, uvBuf, width, height);
 }
 
 }  // extern "C"

@@ -532,7 +532,7 @@ std::atomic<uint32_t> fusionCallCount{0};
 extern "C" int32_t ExposureFusionNeon(VideoHdrHandle *handle, const uint8_t *current,
                                       const uint8_t *alignedPrevious, uint8_t *output) {
   if (const FusionContext *ctx = handle->fusionContext) {
-    videohdr::exposureFusion(*ctx, current, alignedPrevious, output, videohdr::kKernels);
+    videohdr::exposureFusion(*ctx, current, alignedPrevious, output, videohdr::activeKernels());
   }
   fusionCallCount.fetch_add(1, std::memory_order_relaxed);
   return 1;

@@ -97,6 +97,11 @@ inline constexpr FusionKernels kFusionNeon = {lookupWeightsNeon, blendLumaNeon, 
                                               lookupEvenSamplesNeon, doubleAndBlendRowsNeon};
 #endif
 
+#if VIDEOHDR_HAVE_X86_SIMD
+inline constexpr FusionKernels kFusionSse41 = kFusionPortable;
+inline constexpr FusionKernels kFusionAvx2 = kFusionPortable;
+#endif
+
 // The whole kernel on the context's geometry, tables and planes, run on the
 // plane and row kernels of `kernels`.
 void exposureFusion(const FusionContext &ctx, const uint8_t *current, const uint8_t *previous,

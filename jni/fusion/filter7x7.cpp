@@ -329,22 +329,22 @@ extern "C" {
 
 void horizontalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                              int32_t border) {
-  videohdr::kKernels.plane.filterRows7(src, dst, width, height, border, videohdr::Filter7::Tent);
+  videohdr::activeKernels().plane.filterRows7(src, dst, width, height, border, videohdr::Filter7::Tent);
 }
 
 void VerticalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                            int32_t border) {
-  videohdr::kKernels.plane.filterColumns7(src, dst, width, height, border, videohdr::Filter7::Tent);
+  videohdr::activeKernels().plane.filterColumns7(src, dst, width, height, border, videohdr::Filter7::Tent);
 }
 
 void horizontalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                     int32_t border) {
-  videohdr::kKernels.plane.filterRows7(src, dst, width, height, border, videohdr::Filter7::Smooth);
+  videohdr::activeKernels().plane.filterRows7(src, dst, width, height, border, videohdr::Filter7::Smooth);
 }
 
 void VerticalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                   int32_t border) {
-  videohdr::kKernels.plane.filterColumns7(src, dst, width, height, border,
+  videohdr::activeKernels().plane.filterColumns7(src, dst, width, height, border,
                                           videohdr::Filter7::Smooth);
 }
 

@@ -79,6 +79,11 @@ inline constexpr PlaneKernels kPlaneNeon = {filterRows7Neon, filterColumns7Neon,
                                             extractUvNeon,   combineUvNeon};
 #endif
 
+#if VIDEOHDR_HAVE_X86_SIMD
+inline constexpr PlaneKernels kPlaneSse41 = kPlanePortable;
+inline constexpr PlaneKernels kPlaneAvx2 = kPlanePortable;
+#endif
+
 }  // namespace videohdr
 
 #endif  // VIDEOHDR_FUSION_PLANE_OPS_H

@@ -109,7 +109,7 @@ void downScale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width, int32
 
 void downScale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                int32_t stride) {
-  videohdr::kKernels.plane.downScale2x(src, dst, width, height, stride);
+  videohdr::activeKernels().plane.downScale2x(src, dst, width, height, stride);
 }
 
 // A half-pixel-shifted 2x2 box mean: both pixels of each output pair and
@@ -132,7 +132,7 @@ void upscale_2x_uint8_t(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
 
 void upscale_2x_uint8_t_NEON(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                              int32_t stride) {
-  videohdr::kKernels.plane.upscale2xReplicate(src, dst, width, height, stride);
+  videohdr::activeKernels().plane.upscale2xReplicate(src, dst, width, height, stride);
 }
 
 }  // extern "C"
