@@ -1,5 +1,6 @@
 // Google Benchmark for videohdr on the build host: the memory floor, the whole
 // per-frame call on both scenes' alternating-exposure sequences (scene.h),
+// the camera-plane entry in place and into encoder layouts (planes_bench.h),
 // every kernel of the fixture's table on the handheld scene, and (when built
 // with OpenCV) a peer doing the same job. Each size's results end with a summary that states every
 // time as a multiple of the read-three-write-one floor measured in the same run: the machine is
@@ -22,6 +23,7 @@
 #include "hdr_log.h"
 #include "memory_floor.h"
 #include "peer.h"
+#include "planes_bench.h"
 
 namespace videohdr_bench {
 namespace {
@@ -38,13 +40,6 @@ Fixture &fixtureFor(SceneKind scene, int32_t w, int32_t h) {
   return *f;
 }
 
-BufferPool &poolFor(size_t bytes) {
-  static std::map<size_t, std::unique_ptr<BufferPool>> pools;
-  auto &p = pools[bytes];
-  if (!p) p = std::make_unique<BufferPool>(bytes);
-  return *p;
-}
-
 size_t nv21Bytes(int32_t w, int32_t h) { return static_cast<size_t>(w) * h * 3 / 2; }
 
 void setFrameCounters(benchmark::State &state) {
@@ -53,7 +48,7 @@ void setFrameCounters(benchmark::State &state) {
 }
 
 void floorReadThreeWriteOne(benchmark::State &state, int32_t w, int32_t h) {
-  BufferPool &pool = poolFor(nv21Bytes(w, h));
+  BufferPool &pool = sharedPool(nv21Bytes(w, h));
   size_t i = 0;
   for (auto _ : state) {
     readThreeWriteOne(pool[i], pool[i + 1], pool[i + 2], pool[i + 3], pool.bytes());
@@ -64,7 +59,7 @@ void floorReadThreeWriteOne(benchmark::State &state, int32_t w, int32_t h) {
 }
 
 void floorMemcpy(benchmark::State &state, int32_t w, int32_t h) {
-  BufferPool &pool = poolFor(nv21Bytes(w, h));
+  BufferPool &pool = sharedPool(nv21Bytes(w, h));
   size_t i = 0;
   for (auto _ : state) {
     std::memcpy(pool[i + 1], pool[i], pool.bytes());
@@ -79,7 +74,7 @@ void floorMemcpy(benchmark::State &state, int32_t w, int32_t h) {
 // cache, and each is refilled (untimed) half a pool ahead of its use.
 void wholeFrame(benchmark::State &state, SceneKind scene, int32_t w, int32_t h) {
   Fixture &f = fixtureFor(scene, w, h);
-  BufferPool &pool = poolFor(f.geometry().frameBytes());
+  BufferPool &pool = sharedPool(f.geometry().frameBytes());
   const size_t ahead = pool.count() / 2;
   for (size_t i = 0; i < ahead; ++i) f.loadNextFrame(pool[i]);
   size_t i = 0;
@@ -122,6 +117,8 @@ void registerAll() {
     add("floor_memcpy" + size, floorMemcpy, w, h);
     for (SceneKind scene : {SceneKind::Pan, SceneKind::Handheld})
       add(std::string("frame_") + sceneName(scene) + size, wholeFrame, scene, w, h);
+    const std::vector<const char *> planes = planesCaseNames();
+    for (size_t i = 0; i < planes.size(); ++i) add(planes[i] + size, planesCase, w, h, i);
     if (PeerFunction peer = peerBenchmark()) add(std::string(peerName()) + size, peer, w, h);
     for (const KernelCase &k : kernelCases())
       add("kernel/" + std::string(k.name) + size, kernel, w, h, &k);

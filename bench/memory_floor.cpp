@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
+#include <memory>
+#include <utility>
 
 namespace videohdr_bench {
 namespace {
@@ -40,6 +43,13 @@ BufferPool::BufferPool(size_t bytes) : bytes_(bytes) {
   count = std::max<size_t>(8, (count + 3) & ~size_t{3});
   buffers_.resize(count);
   for (size_t i = 0; i < count; ++i) buffers_[i].assign(bytes, static_cast<uint8_t>(i * 37 + 1));
+}
+
+BufferPool &sharedPool(size_t bytes, int role) {
+  static std::map<std::pair<size_t, int>, std::unique_ptr<BufferPool>> pools;
+  auto &p = pools[{bytes, role}];
+  if (!p) p = std::make_unique<BufferPool>(bytes);
+  return *p;
 }
 
 }  // namespace videohdr_bench

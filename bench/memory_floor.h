@@ -36,6 +36,12 @@ class BufferPool {
   std::vector<std::vector<uint8_t>> buffers_;
 };
 
+// The run's pool of buffers of `bytes` bytes, made on first use. Benchmarks
+// share pools (each one is several times the last-level cache); `role` keeps
+// apart the pools of one size that a benchmark uses at the same time (its
+// inputs and its outputs).
+BufferPool &sharedPool(size_t bytes, int role = 0);
+
 }  // namespace videohdr_bench
 
 #endif  // VIDEOHDR_BENCH_MEMORY_FLOOR_H

@@ -11,8 +11,15 @@
 
 namespace vhplanes {
 
-void gatherFrame(const PlaneSet &planes, uint8_t *packed, ptrdiff_t chromaOffset);
-void scatterFrame(const uint8_t *packed, ptrdiff_t chromaOffset, const PlaneSet &planes);
+// Packs the planes' samples, each chroma pair in the planes' own order
+// (packsVFirst).
+void gatherFrame(const SourcePlanes &planes, uint8_t *packed, ptrdiff_t chromaOffset);
+
+// Writes a packed frame whose chroma pairs hold V first (vFirstPairs) or U
+// first into the planes' samples, each sample into its own plane whatever
+// the planes' order.
+void scatterFrame(const uint8_t *packed, ptrdiff_t chromaOffset, bool vFirstPairs,
+                  const PlaneSet &planes);
 
 }  // namespace vhplanes
 

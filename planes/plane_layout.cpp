@@ -21,6 +21,17 @@ Span span(const uint8_t *p, int64_t bytes) {
   return {address(p), address(p) + static_cast<uintptr_t>(bytes)};
 }
 
+// A frame's planes as byte spans, the luma first.
+struct FrameSpans {
+  Span plane[3];
+};
+
+FrameSpans frameSpans(const SourcePlanes &p) {
+  const int64_t chromaBytes = chromaPlaneBytes(p.width, p.height, p.uvRowStride, p.uvPixelStride);
+  return {{span(p.y, lumaPlaneBytes(p.width, p.height, p.yRowStride)), span(p.u, chromaBytes),
+           span(p.v, chromaBytes)}};
+}
+
 }  // namespace
 
 int32_t checkFrameSize(int32_t width, int32_t height) {
@@ -46,27 +57,34 @@ int64_t chromaPlaneBytes(int32_t width, int32_t height, int32_t uvRowStride,
   return int64_t{uvRowStride} * (height / 2 - 1) + int64_t{uvPixelStride} * (width / 2 - 1) + 1;
 }
 
-bool chromaInterleaved(const PlaneSet &p) {
+bool chromaInterleaved(const SourcePlanes &p) {
   return p.uvPixelStride == 2 && (p.u + 1 == p.v || p.v + 1 == p.u);
 }
 
-ChromaOrder packedOrder(const PlaneSet &p) {
-  if (chromaInterleaved(p) && p.v + 1 == p.u) return {p.v, p.u};
-  return {p.u, p.v};
-}
+bool packsVFirst(const SourcePlanes &p) { return chromaInterleaved(p) && p.v + 1 == p.u; }
 
 // Interleaved planes share their rows' span by design; their samples never
 // meet (each row holds whole pairs, and rows are at least a pair row apart).
-bool planesOverlap(const PlaneSet &p) {
-  const Span y = span(p.y, lumaPlaneBytes(p.width, p.height, p.yRowStride));
-  const int64_t chromaBytes = chromaPlaneBytes(p.width, p.height, p.uvRowStride, p.uvPixelStride);
-  const Span u = span(p.u, chromaBytes);
-  const Span v = span(p.v, chromaBytes);
-  if (intersect(y, u) || intersect(y, v)) return true;
-  return !chromaInterleaved(p) && intersect(u, v);
+bool planesOverlap(const SourcePlanes &p) {
+  const FrameSpans s = frameSpans(p);
+  if (intersect(s.plane[0], s.plane[1]) || intersect(s.plane[0], s.plane[2])) return true;
+  return !chromaInterleaved(p) && intersect(s.plane[1], s.plane[2]);
 }
 
-int32_t chromaRowsAfterLuma(const PlaneSet &p) {
+bool framesOverlap(const SourcePlanes &a, const SourcePlanes &b) {
+  const FrameSpans sa = frameSpans(a), sb = frameSpans(b);
+  for (const Span &x : sa.plane)
+    for (const Span &y : sb.plane)
+      if (intersect(x, y)) return true;
+  return false;
+}
+
+bool sameFrame(const SourcePlanes &a, const SourcePlanes &b) {
+  return a.y == b.y && a.u == b.u && a.v == b.v && a.yRowStride == b.yRowStride &&
+         a.uvRowStride == b.uvRowStride && a.uvPixelStride == b.uvPixelStride;
+}
+
+int32_t chromaRowsAfterLuma(const SourcePlanes &p) {
   if (!chromaInterleaved(p) || p.yRowStride != p.width || p.uvRowStride != p.width) return 0;
   const uintptr_t chroma = address(std::min(p.u, p.v));
   if (chroma < address(p.y)) return 0;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdlib>
+#include <cstring>
 
 #include "plane_copy.h"
 #include "plane_layout.h"
@@ -19,6 +20,8 @@ struct VideoHdrPlanes {
   // first frame's scanline and writes every fused chroma plane at that row,
   // so all later frames must be given with the same one.
   int32_t scanline;
+  // Set by videohdr_planes_restart: the next frame primes the handle again.
+  bool restartPending;
 };
 
 #define VIDEOHDR_PLANES_TEXT(x) #x
@@ -27,6 +30,7 @@ struct VideoHdrPlanes {
 namespace {
 
 using vhplanes::PlaneSet;
+using vhplanes::SourcePlanes;
 
 // With a width that is a multiple of 16 every chroma row is whole 16-byte
 // blending blocks. Otherwise the last chroma row's partial block takes
@@ -50,7 +54,7 @@ void destroyState(VideoHdrPlanes *s) {
   std::free(s);
 }
 
-int32_t checkFrame(const VideoHdrPlanes *s, const PlaneSet &p) {
+int32_t checkFrame(const VideoHdrPlanes *s, const SourcePlanes &p) {
   if (!s) return VIDEOHDR_PLANES_ERR_NULL_STATE;
   if (p.width != s->width || p.height != s->height) return VIDEOHDR_PLANES_ERR_SIZE_CHANGED;
   if (!p.y || !p.u || !p.v) return VIDEOHDR_PLANES_ERR_NULL_PLANE;
@@ -63,7 +67,7 @@ int32_t checkFrame(const VideoHdrPlanes *s, const PlaneSet &p) {
 
 // The scanline at which the library can take the caller's planes as they
 // are, giving the bytes of the packed frame; 0 when they must be packed.
-int32_t inPlaceScanline(const VideoHdrPlanes &s, const PlaneSet &p) {
+int32_t inPlaceScanline(const VideoHdrPlanes &s, const SourcePlanes &p) {
   const int32_t rows = vhplanes::chromaRowsAfterLuma(p);
   if (rows == 0) return 0;
   if (s.scanline != 0) return rows == s.scanline ? rows : 0;
@@ -105,26 +109,95 @@ void readFusion(const VideoHdrHandle &handle, int32_t count, VideoHdrPlanesResul
   r->currentBrighter = currentIsBrighter(current, handle.alignedBuf, handle.stride, handle.height);
 }
 
+// A new sequence on a handle that has taken frames: what the handle's first
+// frame does, without the allocations that only a first frame makes. The
+// frame becomes the previous frame of the next one (history buffer 0, which
+// a counter of 1 picks, luma and the chroma right behind it), and the shift
+// filter forgets the shift of the last pair, as a new handle starts from
+// rest. Everything else the next frame reads it first writes itself.
+void primeAgain(VideoHdrHandle *handle, const uint8_t *frame, int32_t width, int32_t height,
+                int32_t scanline) {
+  const size_t lumaBytes = static_cast<size_t>(width) * height;
+  std::memcpy(handle->frameBuf0, frame, lumaBytes);
+  std::memcpy(handle->frameBuf0 + lumaBytes, frame + static_cast<ptrdiff_t>(width) * scanline,
+              lumaBytes / 2);
+  if (AlignContext *align = handle->alignContext) align->lastDx = align->lastDy = 0;
+  handle->frameCount = 1;
+}
+
+// Runs the library on a packed frame (stride = width, chroma `scanline` rows
+// after the luma) and reports what it did.
+int32_t runFrame(VideoHdrPlanes *s, uint8_t *frame, int32_t scanline, VideoHdrPlanesResult *r) {
+  const int32_t count = s->handle->frameCount;
+  if (s->restartPending && count != 0) {
+    primeAgain(s->handle, frame, s->width, s->height, scanline);
+    s->restartPending = false;
+    return VIDEOHDR_PLANES_PRIMED;
+  }
+  // The two caller values are stored by the handle and read by nothing.
+  if (!Video_HDR_Process(s->handle, frame, 0, 1, s->width, s->height, s->width, scanline))
+    return VIDEOHDR_PLANES_REFUSED;
+  s->scanline = scanline;
+  s->restartPending = false;
+  // The first frame only primes the handle and comes back unchanged.
+  if (count == 0) return VIDEOHDR_PLANES_PRIMED;
+  readFusion(*s->handle, count, r);
+  return VIDEOHDR_PLANES_PROCESSED;
+}
+
+// Rows from the start of the work frame to its chroma: the state's, once a
+// first frame fixed it.
+int32_t workScanline(const VideoHdrPlanes &s) { return s.scanline ? s.scanline : s.height; }
+
+ptrdiff_t chromaOffset(const VideoHdrPlanes &s, int32_t scanline) {
+  return static_cast<ptrdiff_t>(s.width) * scanline;
+}
+
 int32_t processFrame(VideoHdrPlanes *s, const PlaneSet &p, VideoHdrPlanesResult *r) {
   const int32_t error = checkFrame(s, p);
   if (error != VIDEOHDR_PLANES_OK) return error;
-  const int32_t inPlaceRows = inPlaceScanline(*s, p);
-  r->inPlace = inPlaceRows != 0;
-  const int32_t scanline = inPlaceRows ? inPlaceRows : s->scanline ? s->scanline : p.height;
-  const ptrdiff_t chromaOffset = static_cast<ptrdiff_t>(p.width) * scanline;
-  if (!r->inPlace) vhplanes::gatherFrame(p, s->work, chromaOffset);
+  if (const int32_t rows = inPlaceScanline(*s, p)) {
+    r->inPlace = 1;
+    return runFrame(s, p.y, rows, r);
+  }
+  const int32_t scanline = workScanline(*s);
+  vhplanes::gatherFrame(p, s->work, chromaOffset(*s, scanline));
+  const int32_t status = runFrame(s, s->work, scanline, r);
+  if (status == VIDEOHDR_PLANES_PROCESSED)
+    vhplanes::scatterFrame(s->work, chromaOffset(*s, scanline), vhplanes::packsVFirst(p), p);
+  return status;
+}
 
-  const int32_t count = s->handle->frameCount;
-  // The two caller values are stored by the handle and read by nothing.
-  if (!Video_HDR_Process(s->handle, r->inPlace ? p.y : s->work, 0, 1, p.width, p.height, p.width,
-                         scanline))
-    return VIDEOHDR_PLANES_REFUSED;
-  s->scanline = scanline;
-  // The first frame only primes the handle and comes back unchanged.
-  if (count == 0) return VIDEOHDR_PLANES_PRIMED;
-  if (!r->inPlace) vhplanes::scatterFrame(s->work, chromaOffset, p);
-  readFusion(*s->handle, count, r);
-  return VIDEOHDR_PLANES_PROCESSED;
+int32_t checkFramePair(const VideoHdrPlanes *s, const SourcePlanes &in, const PlaneSet &out) {
+  int32_t error = checkFrame(s, in);
+  if (error == VIDEOHDR_PLANES_OK) error = checkFrame(s, out);
+  if (error == VIDEOHDR_PLANES_OK && vhplanes::framesOverlap(in, out))
+    error = VIDEOHDR_PLANES_ERR_OVERLAP;
+  return error;
+}
+
+// The output receives what the in-place call would leave in a writable copy
+// of the input, whatever the status: the fused frame, or the copy itself.
+int32_t processFrameTo(VideoHdrPlanes *s, const SourcePlanes &in, const PlaneSet &out,
+                       VideoHdrPlanesResult *r) {
+  const int32_t error = checkFramePair(s, in, out);
+  if (error != VIDEOHDR_PLANES_OK) return error;
+  // The fusion weighs a chroma pair's two bytes by position, so the input's
+  // order is what it must see. An output of the library's layout that keeps
+  // that order takes the packed input and is processed where it lies: one
+  // copy of the frame instead of two.
+  const bool vFirst = vhplanes::packsVFirst(in);
+  const int32_t rows = vhplanes::packsVFirst(out) == vFirst ? inPlaceScanline(*s, out) : 0;
+  if (rows) {
+    vhplanes::gatherFrame(in, out.y, chromaOffset(*s, rows));
+    r->inPlace = 1;
+    return runFrame(s, out.y, rows, r);
+  }
+  const int32_t scanline = workScanline(*s);
+  vhplanes::gatherFrame(in, s->work, chromaOffset(*s, scanline));
+  const int32_t status = runFrame(s, s->work, scanline, r);
+  vhplanes::scatterFrame(s->work, chromaOffset(*s, scanline), vFirst, out);
+  return status;
 }
 
 }  // namespace
@@ -158,6 +231,30 @@ int32_t videohdr_planes_process(VideoHdrPlanes *planes, uint8_t *y, int32_t yRow
   const PlaneSet p = {y, u, v, yRowStride, uvRowStride, uvPixelStride, width, height};
   r->status = processFrame(planes, p, r);
   return r->status;
+}
+
+int32_t videohdr_planes_process_to(VideoHdrPlanes *planes, const uint8_t *y, int32_t yRowStride,
+                                   const uint8_t *u, const uint8_t *v, int32_t uvRowStride,
+                                   int32_t uvPixelStride, uint8_t *outY, int32_t outYRowStride,
+                                   uint8_t *outU, uint8_t *outV, int32_t outUvRowStride,
+                                   int32_t outUvPixelStride, int32_t width, int32_t height,
+                                   VideoHdrPlanesResult *result) {
+  VideoHdrPlanesResult local;
+  VideoHdrPlanesResult *r = result ? result : &local;
+  *r = VideoHdrPlanesResult{};
+  const SourcePlanes in = {y, u, v, yRowStride, uvRowStride, uvPixelStride, width, height};
+  const PlaneSet out = {outY,  outU,  outV, outYRowStride, outUvRowStride, outUvPixelStride,
+                        width, height};
+  // The input given as its own output is the in-place call.
+  r->status = vhplanes::sameFrame(in, out) ? processFrame(planes, out, r)
+                                           : processFrameTo(planes, in, out, r);
+  return r->status;
+}
+
+int32_t videohdr_planes_restart(VideoHdrPlanes *planes) {
+  if (!planes) return VIDEOHDR_PLANES_ERR_NULL_STATE;
+  planes->restartPending = true;
+  return VIDEOHDR_PLANES_OK;
 }
 
 void videohdr_planes_destroy(VideoHdrPlanes *planes) { destroyState(planes); }

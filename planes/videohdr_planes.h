@@ -92,7 +92,9 @@ typedef struct VideoHdrPlanesResult {
    * sampled luma sum at least the aligned previous frame's), 0 when it took
    * the previous one or nothing was fused. */
   int32_t currentBrighter;
-  int32_t inPlace; /* 1 when the library worked in the caller's planes, 0 when on the copy */
+  /* 1 when the library worked in the caller's planes (for videohdr_planes_process_to: in the
+   * output planes, into which it packed the input first), 0 when on the state's work frame */
+  int32_t inPlace;
 } VideoHdrPlanesResult;
 
 /*
@@ -124,6 +126,54 @@ VIDEOHDR_API int32_t videohdr_planes_process(VideoHdrPlanes *planes, uint8_t *y,
                                              uint8_t *u, uint8_t *v, int32_t uvRowStride,
                                              int32_t uvPixelStride, int32_t width, int32_t height,
                                              VideoHdrPlanesResult *result);
+
+/*
+ * Processes one frame from planes that are only read into other planes, for
+ * recording: a camera image that may not be written (an ImageReader's, a
+ * read-only DMABuf) fused straight into an encoder's input image of its own
+ * strides and chroma layout.
+ *
+ * The output planes receive exactly the samples that videohdr_planes_process
+ * would leave in the input planes if it were given a writable copy of them:
+ * the same pixels, the same shift and the same status (on a state's first
+ * frame, and when the library refuses a frame, a copy of the input). The
+ * input's layout decides the chroma order the fusion sees, as in place; the
+ * output's (pixel stride 1 or 2, either order, its own strides) only says
+ * where each U and V sample goes, so NV21 camera planes can go into an NV12
+ * or I420 image.
+ *
+ * The input is never written. Of the output only the samples are written:
+ * its row padding, the bytes between the samples of separate pixel-stride-2
+ * planes and everything around the planes are left alone. An output of the
+ * library's own layout (see videohdr_planes_process) that keeps the input's
+ * chroma order takes the packed input and is processed where it lies; any
+ * other output is written once from the state's work frame.
+ *
+ * The output may be the input itself (the same three pointers and strides):
+ * that is videohdr_planes_process. Otherwise no output plane may share a
+ * byte with an input plane or with another output plane (U and V one byte
+ * apart at pixel stride 2 excepted): ERR_OVERLAP.
+ *
+ * Errors, in the order they are checked: ERR_NULL_STATE, ERR_SIZE_CHANGED,
+ * then ERR_NULL_PLANE, ERR_PIXEL_STRIDE, ERR_ROW_STRIDE and ERR_OVERLAP (among
+ * its own planes) for the input and then for the output, then ERR_OVERLAP
+ * between them. An error writes nothing and leaves the state as it was.
+ */
+VIDEOHDR_API int32_t videohdr_planes_process_to(
+    VideoHdrPlanes *planes, const uint8_t *y, int32_t yRowStride, const uint8_t *u,
+    const uint8_t *v, int32_t uvRowStride, int32_t uvPixelStride, uint8_t *outY,
+    int32_t outYRowStride, uint8_t *outU, uint8_t *outV, int32_t outUvRowStride,
+    int32_t outUvPixelStride, int32_t width, int32_t height, VideoHdrPlanesResult *result);
+
+/*
+ * Starts a new sequence: the next frame primes the state as its first frame
+ * did (VIDEOHDR_PLANES_PRIMED, returned unchanged or copied), and the frame
+ * after it is fused with it as on a new state, its shift starting from rest.
+ * For when the alternation of exposures breaks: a dropped frame, an exposure
+ * change that took effect late, a seek. Nothing is allocated; the frame size
+ * stays the state's. Answers VIDEOHDR_PLANES_OK, or ERR_NULL_STATE.
+ */
+VIDEOHDR_API int32_t videohdr_planes_restart(VideoHdrPlanes *planes);
 
 /* Frees the state and its handle; null is allowed. */
 VIDEOHDR_API void videohdr_planes_destroy(VideoHdrPlanes *planes);

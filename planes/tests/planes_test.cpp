@@ -96,22 +96,48 @@ struct CameraFrame {
     v = l.chroma == Chroma::kPlanar ? guarded(chromaBytes) : chroma + (l.chroma == Chroma::kNv12);
   }
 
-  // The pixels of a packedScene frame.
-  void write(const Bytes &packed) {
+  // The planes of a chroma pair in the packed order: V first or U first.
+  std::pair<uint8_t *, uint8_t *> pairPlanes(bool vFirst) const {
+    return vFirst ? std::make_pair(v, u) : std::make_pair(u, v);
+  }
+  size_t chromaAt(int32_t r, int32_t c) const {
+    return static_cast<size_t>(r) * l.uvRowStride + static_cast<size_t>(c) * l.pixelStride;
+  }
+
+  // The pixels of a packed frame whose chroma pairs hold V first (vFirst) or
+  // U first; by default the layout's own order, as packedScene makes them.
+  void write(const Bytes &packed) { write(packed, l.chroma == Chroma::kNv21); }
+  void write(const Bytes &packed, bool vFirst) {
     const int32_t w = l.width, h = l.height;
     for (int32_t r = 0; r < h; ++r)
       std::memcpy(y + static_cast<size_t>(r) * l.yRowStride, &packed[static_cast<size_t>(r) * w],
                   w);
-    uint8_t *first = l.chroma == Chroma::kNv21 ? v : u, *second = first == u ? v : u;
+    const auto [first, second] = pairPlanes(vFirst);
     const uint8_t *pairs = &packed[static_cast<size_t>(w) * h];
     for (int32_t r = 0; r < h / 2; ++r) {
       for (int32_t c = 0; c < w / 2; ++c) {
-        const size_t at =
-            static_cast<size_t>(r) * l.uvRowStride + static_cast<size_t>(c) * l.pixelStride;
-        first[at] = pairs[static_cast<size_t>(r) * w + 2 * c];
-        second[at] = pairs[static_cast<size_t>(r) * w + 2 * c + 1];
+        first[chromaAt(r, c)] = pairs[static_cast<size_t>(r) * w + 2 * c];
+        second[chromaAt(r, c)] = pairs[static_cast<size_t>(r) * w + 2 * c + 1];
       }
     }
+  }
+
+  // The samples as a packed frame, chroma pairs in the given order.
+  Bytes read(bool vFirst) const {
+    const int32_t w = l.width, h = l.height;
+    Bytes packed(static_cast<size_t>(w) * h * 3 / 2);
+    for (int32_t r = 0; r < h; ++r)
+      std::memcpy(&packed[static_cast<size_t>(r) * w], y + static_cast<size_t>(r) * l.yRowStride,
+                  w);
+    const auto [first, second] = pairPlanes(vFirst);
+    uint8_t *pairs = &packed[static_cast<size_t>(w) * h];
+    for (int32_t r = 0; r < h / 2; ++r) {
+      for (int32_t c = 0; c < w / 2; ++c) {
+        pairs[static_cast<size_t>(r) * w + 2 * c] = first[chromaAt(r, c)];
+        pairs[static_cast<size_t>(r) * w + 2 * c + 1] = second[chromaAt(r, c)];
+      }
+    }
+    return packed;
   }
 };
 
@@ -206,6 +232,115 @@ TEST_F(PlanesTest, LayoutsMayChangeFromFrameToFrame) {
   expectSameAsPacked({one, gap, padded});
 }
 
+int32_t processTo(VideoHdrPlanes *planes, const CameraFrame &in, CameraFrame &out,
+                  VideoHdrPlanesResult *r) {
+  const Layout &i = in.l, &o = out.l;
+  return videohdr_planes_process_to(planes, in.y, i.yRowStride, in.u, in.v, i.uvRowStride,
+                                    i.pixelStride, out.y, o.yRowStride, out.u, out.v, o.uvRowStride,
+                                    o.pixelStride, i.width, i.height, r);
+}
+
+int32_t alignUp(int32_t n, int32_t to) { return (n + to - 1) / to * to; }
+
+// What encoders take as input images (MediaCodec's getInputImage, an
+// ImageWriter on an encoder surface) for a frame size.
+std::vector<Layout> encoderLayouts(int32_t w, int32_t h) {
+  const int32_t s16 = alignUp(w, 16), s64 = alignUp(w, 64);
+  return {
+      {"nv12 strides of 64, slice height of 16", w, h, s64, s64, 2, Chroma::kNv12,
+       s64 * (alignUp(h, 16) - h), false},
+      {"nv12 strides of 16, own buffers", w, h, s16, s16, 2, Chroma::kNv12, -1, false},
+      {"i420 strides of 16", w, h, s16, alignUp(w / 2, 16), 1, Chroma::kPlanar, -1, false},
+      {"nv21 tight", w, h, w, w, 2, Chroma::kNv21, 0, false},
+      {"nv12 tight", w, h, w, w, 2, Chroma::kNv12, 0, false},
+  };
+}
+
+bool packsVFirst(const Layout &l) { return l.chroma == Chroma::kNv21; }
+
+// Frames 0..3 of the input layout through videohdr_planes_process_to into the
+// output layout, against videohdr_planes_process on a writable copy of each
+// input frame: the same status and shifts, the copy's samples in the output
+// (its padding and guards untouched), the input unchanged.
+void expectOutOfPlaceMatchesInPlace(const Layout &in, const Layout &out) {
+  State state = createState(in.width, in.height), reference = createState(in.width, in.height);
+  CameraFrame output(out);
+  for (int32_t n = 0; n < 4; ++n) {
+    SCOPED_TRACE(std::string(in.name) + " into " + out.name + ", frame " + std::to_string(n));
+    CameraFrame input(in), copy(in);
+    input.write(packedScene(in, n));
+    copy.write(packedScene(in, n));
+    const auto inputBytes = input.buffers;
+    VideoHdrPlanesResult r, expected;
+    processTo(state.get(), input, output, &r);
+    process(reference.get(), copy, &expected);
+    CameraFrame expectedOutput(out);
+    expectedOutput.write(copy.read(false), false);
+    EXPECT_TRUE(output.buffers == expectedOutput.buffers);
+    EXPECT_TRUE(input.buffers == inputBytes);
+    EXPECT_EQ(std::make_tuple(r.status, r.foundDx, r.foundDy, r.appliedDx, r.appliedDy,
+                              r.currentBrighter),
+              std::make_tuple(expected.status, expected.foundDx, expected.foundDy,
+                              expected.appliedDx, expected.appliedDy, expected.currentBrighter));
+    // The output takes the packed input when it is the library's layout in
+    // the order the input packs in.
+    const bool tight = out.gapBytes == 0 && out.yRowStride == out.width;
+    EXPECT_EQ(r.inPlace, tight && packsVFirst(out) == packsVFirst(in));
+  }
+}
+
+TEST_F(PlanesTest, CameraLayoutsIntoEncoderLayouts) {
+  // NV21 (its U buffer one byte short), NV12, padded NV21 with Y apart from
+  // the chroma, padded I420, 864 in rows of 896, and a small odd-block frame.
+  for (int32_t i : {0, 1, 7, 9, 12, 13})
+    for (const Layout &out : encoderLayouts(kLayouts[i].width, kLayouts[i].height))
+      expectOutOfPlaceMatchesInPlace(kLayouts[i], out);
+}
+
+TEST_F(PlanesTest, TheInputAsItsOwnOutputIsTheInPlaceCall) {
+  for (const Layout &l : {kLayouts[0], kLayouts[9]}) {
+    State state = createState(l.width, l.height), reference = createState(l.width, l.height);
+    for (int32_t n = 0; n < 3; ++n) {
+      CameraFrame frame(l), expected(l);
+      frame.write(packedScene(l, n));
+      expected.write(packedScene(l, n));
+      VideoHdrPlanesResult r, e;
+      processTo(state.get(), frame, frame, &r);
+      process(reference.get(), expected, &e);
+      EXPECT_TRUE(frame.buffers == expected.buffers) << l.name << ", frame " << n;
+      EXPECT_EQ(std::make_tuple(r.status, r.appliedDx, r.inPlace),
+                std::make_tuple(e.status, e.appliedDx, e.inPlace));
+    }
+  }
+}
+
+// A restarted state gives what a new state gives from the same frames on,
+// whatever came before: the shift starts from rest again.
+TEST_F(PlanesTest, RestartPrimesAgainAsANewStateWould) {
+  EXPECT_EQ(videohdr_planes_restart(nullptr), VIDEOHDR_PLANES_ERR_NULL_STATE);
+  const Layout odd = {
+      "nv21, rows not whole 8-byte groups", 1046, 48, 1046, 1046, 2, Chroma::kNv21, 0, true};
+  for (const Layout &l : {kLayouts[0], kLayouts[9], kLayouts[13], odd}) {
+    State restarted = createState(l.width, l.height), fresh = createState(l.width, l.height);
+    for (int32_t n = 0; n < 8; ++n) {
+      SCOPED_TRACE(std::string(l.name) + ", frame " + std::to_string(n));
+      if (n == 5) {
+        EXPECT_EQ(videohdr_planes_restart(restarted.get()), VIDEOHDR_PLANES_OK);
+      }
+      CameraFrame a(l), b(l);
+      a.write(packedScene(l, n));
+      b.write(packedScene(l, n));
+      VideoHdrPlanesResult r, e;
+      process(restarted.get(), a, &r);
+      if (n < 5) continue;
+      process(fresh.get(), b, &e);
+      EXPECT_TRUE(a.buffers == b.buffers);
+      EXPECT_EQ(std::make_tuple(r.status, r.foundDx, r.foundDy, r.appliedDx, r.appliedDy),
+                std::make_tuple(e.status, e.foundDx, e.foundDy, e.appliedDx, e.appliedDy));
+    }
+  }
+}
+
 TEST_F(PlanesTest, BadInputIsRefusedAndNothingIsWritten) {
   const Layout &l = kLayouts[7];
   State state = createState(l.width, l.height);
@@ -252,6 +387,66 @@ TEST_F(PlanesTest, BadInputIsRefusedAndNothingIsWritten) {
   EXPECT_EQ(process(state.get(), frame, nullptr), VIDEOHDR_PLANES_PRIMED);
 }
 
+// Errors of either side, and overlaps between them, write nothing on either
+// side and leave the state as it was.
+TEST_F(PlanesTest, BadOutOfPlaneCallsAreRefusedAndNothingIsWritten) {
+  const Layout &l = kLayouts[7];
+  const Layout outLayout = encoderLayouts(l.width, l.height)[2];  // i420
+  State state = createState(l.width, l.height);
+  CameraFrame input(l), output(outLayout);
+  input.write(packedScene(l, 0));
+  const auto inputBefore = input.buffers, outputBefore = output.buffers;
+  struct Call {
+    const uint8_t *y, *u, *v;
+    uint8_t *outY, *outU, *outV;
+    int32_t yRowStride, pixelStride, outUvRowStride, outPixelStride, width;
+  };
+  const std::vector<std::tuple<const char *, int32_t, std::function<void(Call &)>>> cases = {
+      {"other width", VIDEOHDR_PLANES_ERR_SIZE_CHANGED, [](Call &c) { c.width += 2; }},
+      {"null input u", VIDEOHDR_PLANES_ERR_NULL_PLANE, [](Call &c) { c.u = nullptr; }},
+      {"null output y", VIDEOHDR_PLANES_ERR_NULL_PLANE, [](Call &c) { c.outY = nullptr; }},
+      {"input pixel stride 0", VIDEOHDR_PLANES_ERR_PIXEL_STRIDE,
+       [](Call &c) { c.pixelStride = 0; }},
+      {"output pixel stride 3", VIDEOHDR_PLANES_ERR_PIXEL_STRIDE,
+       [](Call &c) { c.outPixelStride = 3; }},
+      {"input y rows short", VIDEOHDR_PLANES_ERR_ROW_STRIDE, [](Call &c) { c.yRowStride = 1000; }},
+      {"output uv rows short", VIDEOHDR_PLANES_ERR_ROW_STRIDE,
+       [](Call &c) { c.outUvRowStride = 500; }},
+      {"output u is output v", VIDEOHDR_PLANES_ERR_OVERLAP, [](Call &c) { c.outU = c.outV; }},
+      {"output v inside output y", VIDEOHDR_PLANES_ERR_OVERLAP,
+       [](Call &c) { c.outV = c.outY + 64; }},
+      {"output y is input y, other strides", VIDEOHDR_PLANES_ERR_OVERLAP,
+       [](Call &c) { c.outY = const_cast<uint8_t *>(c.y); }},
+      {"output v ends in input u", VIDEOHDR_PLANES_ERR_OVERLAP,
+       [](Call &c) { c.outV = const_cast<uint8_t *>(c.u) - 100; }},
+  };
+  const Call good = {input.y,
+                     input.u,
+                     input.v,
+                     output.y,
+                     output.u,
+                     output.v,
+                     l.yRowStride,
+                     l.pixelStride,
+                     outLayout.uvRowStride,
+                     outLayout.pixelStride,
+                     l.width};
+  for (const auto &[name, code, change] : cases) {
+    Call c = good;
+    change(c);
+    VideoHdrPlanesResult r;
+    EXPECT_EQ(
+        videohdr_planes_process_to(state.get(), c.y, c.yRowStride, c.u, c.v, l.uvRowStride,
+                                   c.pixelStride, c.outY, outLayout.yRowStride, c.outU, c.outV,
+                                   c.outUvRowStride, c.outPixelStride, c.width, l.height, &r),
+        code)
+        << name;
+    EXPECT_EQ(r.status, code) << name;
+    EXPECT_TRUE(input.buffers == inputBefore && output.buffers == outputBefore) << name;
+  }
+  EXPECT_EQ(processTo(state.get(), input, output, nullptr), VIDEOHDR_PLANES_PRIMED);
+}
+
 TEST_F(PlanesTest, SizesAndPlaneSpans) {
   VideoHdrPlanes *planes = nullptr;
   for (auto [w, h] : {std::pair{0, 64}, {-2, 64}, {1041, 64}, {1040, 63}, {2048, 1282}})
@@ -284,12 +479,18 @@ TEST_F(PlanesTest, SizesAndPlaneSpans) {
 TEST_F(PlanesTest, NoAllocationAfterTheFirstFrame) {
   State state = createState(1040, 64);
   const int32_t layouts[] = {0, 7, 5, 9};  // one buffer, padded, gap not whole rows, i420
+  const std::vector<Layout> outputs = encoderLayouts(1040, 64);
   for (int32_t n = 0; n < 8; ++n) {
     const Layout &l = kLayouts[layouts[n % 4]];
-    CameraFrame frame(l);
+    CameraFrame frame(l), output(outputs[n % outputs.size()]);
     frame.write(packedScene(l, n));
     const long before = g_allocations;
-    process(state.get(), frame, nullptr);
+    if (n == 5) videohdr_planes_restart(state.get());
+    if (n % 2) {
+      processTo(state.get(), frame, output, nullptr);
+    } else {
+      process(state.get(), frame, nullptr);
+    }
     // The library's contexts are made on the first frame: the count sees them.
     EXPECT_EQ(g_allocations > before, n == 0) << l.name << ", frame " << n;
   }
