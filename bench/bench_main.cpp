@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "fixture.h"
-#include "hdr_log.h"
+#include "log_sink.h"
 #include "memory_floor.h"
 #include "peer.h"
 #include "planes_bench.h"

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "fixture.h"
-#include "hdr_log.h"
+#include "log_sink.h"
 #include "shift_tally.h"
 
 namespace {

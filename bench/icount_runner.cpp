@@ -26,7 +26,7 @@
 #include <string>
 
 #include "fixture.h"
-#include "hdr_log.h"
+#include "log_sink.h"
 #include "shift_tally.h"
 #include "stages.h"
 

@@ -1,6 +1,7 @@
 # Install rules: the shared and static libraries, the public headers, a CMake
 # package (find_package(videohdr CONFIG) -> videohdr::videohdr and
-# videohdr::videohdr_static) and videohdr.pc for pkg-config. Headers go into
+# videohdr::videohdr_static, with liblog's stand-in videohdr::videohdr_log off
+# Android) and videohdr.pc for pkg-config. Headers go into
 # include/videohdr/, which is also the include directory users get, so code
 # writes #include "videohdr.h" whether it builds against the installed
 # library or the source tree.
@@ -12,7 +13,12 @@ set(VIDEOHDR_INSTALL_INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR}/videohdr)
 set(VIDEOHDR_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/videohdr)
 
 set_target_properties(videohdr_static PROPERTIES EXPORT_NAME videohdr_static)
-install(TARGETS videohdr videohdr_static
+# liblog's stand-in goes with the libraries that need it (not on Android).
+set(VIDEOHDR_INSTALL_TARGETS videohdr videohdr_static)
+if(TARGET videohdr_log)
+  list(APPEND VIDEOHDR_INSTALL_TARGETS videohdr_log videohdr_log_static)
+endif()
+install(TARGETS ${VIDEOHDR_INSTALL_TARGETS}
         EXPORT videohdrTargets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Runtime
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime
@@ -38,8 +44,9 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/videohdrConfig.cmake
 # pkg-config: the install prefix is known only when `cmake --install --prefix`
 # runs, so the file finds its prefix from where it lies (${pcfiledir}), which
 # also keeps an installed tree relocatable. Static linking (--static) adds
-# what the archive needs: the math library (and liblog on Android) and the C++
-# runtime the C++ compiler links by itself but a C compiler does not.
+# what the archive needs: liblog (its stand-in libvideohdr_log off Android),
+# the math library and the C++ runtime the C++ compiler links by itself but a
+# C compiler does not. The shared library finds libvideohdr_log by itself.
 file(RELATIVE_PATH VIDEOHDR_PC_UP /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 string(REGEX REPLACE "/$" "" VIDEOHDR_PC_UP "${VIDEOHDR_PC_UP}")
 foreach(dir LIBDIR INCLUDEDIR)
@@ -52,8 +59,12 @@ set(VIDEOHDR_PC_RUNTIME_LIBS ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
 if(CMAKE_C_IMPLICIT_LINK_LIBRARIES)
   list(REMOVE_ITEM VIDEOHDR_PC_RUNTIME_LIBS ${CMAKE_C_IMPLICIT_LINK_LIBRARIES})
 endif()
+set(VIDEOHDR_PC_LOG_LIB log)
+if(TARGET videohdr_log_static)
+  get_target_property(VIDEOHDR_PC_LOG_LIB videohdr_log_static OUTPUT_NAME)
+endif()
 set(VIDEOHDR_PC_LIBS_PRIVATE)
-foreach(lib IN LISTS VIDEOHDR_PC_RUNTIME_LIBS VIDEOHDR_LINK_LIBS)
+foreach(lib IN LISTS VIDEOHDR_PC_LOG_LIB VIDEOHDR_PC_RUNTIME_LIBS VIDEOHDR_LINK_LIBS)
   if(NOT IS_ABSOLUTE "${lib}" AND NOT lib MATCHES "^-")
     set(lib "-l${lib}")
   endif()

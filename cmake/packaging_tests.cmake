@@ -23,7 +23,7 @@ if(VIDEOHDR_EXPORT_MAP)
 endif()
 
 if(VIDEOHDR_MAX_PAGE_SIZE)
-  foreach(library videohdr videohdr_jni)
+  foreach(library videohdr videohdr_log videohdr_jni)
     if(TARGET ${library})
       add_test(NAME page_alignment_${library}
                COMMAND ${CMAKE_COMMAND} -DREADELF=${CMAKE_READELF}

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "exact_buffer.h"
-#include "hdr_log.h"
+#include "log_sink.h"
 #include "videohdr.h"
 
 namespace {

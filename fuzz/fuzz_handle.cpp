@@ -10,7 +10,7 @@
 #include <cstring>
 #include <vector>
 
-#include "hdr_log.h"
+#include "log_sink.h"
 #include "videohdr.h"
 
 namespace {

@@ -17,8 +17,8 @@ static GstDebugLevel level_of(int priority) {
 }
 
 /* liblog's signature: defined here, in the module that carries the static
- * library, it takes the place of the library's own stand-in, which writes to
- * stderr. The tag is always the library's; the category names it. The line
+ * library, it takes the place of liblog's stand-in libvideohdr_log, which
+ * writes to stderr. The tag is always the library's; the category names it. The line
  * is formatted only when the category's threshold lets it through. */
 int __android_log_print(int priority, const char *tag, const char *format, ...) {
   (void)tag;

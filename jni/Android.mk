@@ -8,7 +8,6 @@ include $(CLEAR_VARS)
 LOCAL_MODULE := videohdr
 LOCAL_SRC_FILES := \
     video_hdr.cpp \
-    hdr_log.cpp \
     byte_copy.cpp \
     kernels.cpp \
     alignment_op/tarn_hdr_mtbalign.cpp \

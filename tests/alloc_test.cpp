@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "alignment_op/align_internal.h"
-#include "hdr_log.h"
 #include "log_capture.h"
+#include "log_sink.h"
 #include "videohdr.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "hdr_log.h"
+#include "log_sink.h"
 
 struct LogLine {
   int priority;

@@ -4,6 +4,9 @@
 #   find_package   the consumer's CMake project with CMAKE_PREFIX_PATH=<prefix>
 #   pkg-config     cc consumer.c $(pkg-config --cflags --libs videohdr)
 #   pkg-config     the same with -static and --static (the archive alone)
+#                  each of them also with its own __android_log_print, which
+#                  must take the library's lines from liblog's stand-in; and
+#                  the stand-in's lines filtered by ANDROID_LOG_TAGS
 #   add_subdirectory  the consumer's CMake project over the source tree; the
 #                  embedded videohdr must leave its tests, tools and install
 #                  rules off.
@@ -28,13 +31,14 @@ set(prefix ${WORK_DIR}/prefix)
 set(c_flags -std=c99 -pedantic -Wall -Wextra -Werror)
 
 # Runs a command; stops with its output when it fails. The output is left in
-# `output`.
+# `output`, the standard error in `errors`.
 function(run step)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE out ERROR_VARIABLE err)
   if(NOT result EQUAL 0)
     message(FATAL_ERROR "${step} failed (${result}):\n${ARGN}\n${out}${err}")
   endif()
   set(output "${out}" PARENT_SCOPE)
+  set(errors "${err}" PARENT_SCOPE)
 endfunction()
 
 function(expect_same_output way)
@@ -44,6 +48,17 @@ function(expect_same_output way)
                         "in-tree:\n${expected}${way}:\n${output}")
   endif()
   message(STATUS "${way}: same output as the in-tree build")
+  set(errors "${errors}" PARENT_SCOPE)
+endfunction()
+
+# Stops unless the last run's standard error starts with `first_line`
+# (a regular expression), or is empty when that is "".
+function(expect_log way first_line)
+  if((first_line STREQUAL "" AND NOT errors STREQUAL "")
+     OR NOT errors MATCHES "^${first_line}")
+    message(FATAL_ERROR "${way}: the log lines on stderr are not as expected "
+                        "(${first_line}):\n${errors}")
+  endif()
 endfunction()
 
 function(build_cmake_consumer way)
@@ -72,11 +87,28 @@ foreach(linking shared static)
   endif()
   run("pkg-config ${pkg_args} videohdr" ${pkg_env} ${PKG_CONFIG} ${pkg_args} videohdr)
   separate_arguments(pkg_flags UNIX_COMMAND "${output}")
-  set(program ${WORK_DIR}/pkg-config-${linking})
-  run("building the pkg-config (${linking}) consumer" ${C_COMPILER} ${c_flags}
-      ${consumer_dir}/consumer.c ${link_args} ${pkg_flags} -o ${program})
-  expect_same_output("pkg-config (${linking})" ${CMAKE_COMMAND} -E env
-                     LD_LIBRARY_PATH=${prefix}/${LIBDIR} ${program})
+  foreach(log stand-in own)
+    set(way "pkg-config (${linking}, ${log} log)")
+    set(program ${WORK_DIR}/pkg-config-${linking}-${log})
+    set(defines)
+    if(log STREQUAL own)
+      set(defines -DCONSUMER_OWN_LOG)
+    endif()
+    run("building the ${way} consumer" ${C_COMPILER} ${c_flags} ${defines}
+        ${consumer_dir}/consumer.c ${link_args} ${pkg_flags} -o ${program})
+    set(env ${CMAKE_COMMAND} -E env --unset=ANDROID_LOG_TAGS LD_LIBRARY_PATH=${prefix}/${LIBDIR})
+    expect_same_output("${way}" ${env} ${program})
+    if(log STREQUAL own)
+      expect_log("${way}" "consumer's own log, 4 VideoHDR: TQ0530 V_HDR Process 0\\.\\.\\., 80\n")
+      continue()
+    endif()
+    expect_log("${way}" "I/VideoHDR: TQ0530 V_HDR Process 0\\.\\.\\., 80\n")
+    foreach(tags "*:w" "VideoHDR:e *:s")
+      expect_same_output("${way}, ANDROID_LOG_TAGS=${tags}" ${env} "ANDROID_LOG_TAGS=${tags}"
+                         ${program})
+      expect_log("${way}, ANDROID_LOG_TAGS=${tags}" "")
+    endforeach()
+  endforeach()
 endforeach()
 
 build_cmake_consumer(add_subdirectory -DVIDEOHDR_SOURCE_DIR=${SOURCE_DIR})

@@ -7,6 +7,7 @@
  * build, so a stale header, a wrong library or a missing export shows up as a
  * build failure or a different line.
  */
+#include <stdarg.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -36,6 +37,20 @@ static void fill_frame(uint8_t *frame, int n) {
   uint8_t *chroma = frame + kWidth * kScanline;
   for (int i = 0; i < kWidth * kHeight / 2; ++i) chroma[i] = (uint8_t)(112 + (i * 7 + n) % 32);
 }
+
+#ifdef CONSUMER_OWN_LOG
+/* liblog's call, defined by the application: it takes the library's lines in
+ * place of the stand-in libvideohdr_log, linked shared or static. */
+int __android_log_print(int prio, const char *tag, const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  fprintf(stderr, "consumer's own log, %d %s: ", prio, tag);
+  vfprintf(stderr, fmt, args);
+  va_end(args);
+  fputc('\n', stderr);
+  return 0;
+}
+#endif
 
 static uint64_t fnv1a(const uint8_t *bytes, size_t size) {
   uint64_t hash = 14695981039346656037ull;

@@ -10,7 +10,7 @@
 #include <string>
 #include <tuple>
 
-#include "hdr_log.h"
+#include "log_sink.h"
 #include "videohdr_planes.h"
 
 // The program is linked with --wrap for malloc, calloc and realloc: every

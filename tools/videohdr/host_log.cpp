@@ -10,8 +10,8 @@ bool g_echo = false;
 void echoLibraryLog(bool on) { g_echo = on; }
 }  // namespace vhtool
 
-// liblog's signature. Defined here, it takes the place of the library's own
-// stderr stand-in when the tool links the static library.
+// liblog's signature. Defined here, it takes the place of libvideohdr_log,
+// liblog's stderr stand-in, when the tool links the static library.
 extern "C" int __android_log_print(int prio, const char *tag, const char *fmt, ...) {
   if (!vhtool::g_echo) return 0;
   std::fprintf(stderr, "%d/%s: ", prio, tag);

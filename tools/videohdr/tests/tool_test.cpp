@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "hdr_log.h"
+#include "log_sink.h"
 #include "videohdr.h"
 
 namespace {
