@@ -11,6 +11,13 @@
 #include "plane_layout.h"
 
 struct VideoHdrPlanes {
+  // Made with the state's first frame, not with the state: the library's
+  // release logs a failure line ("align_para free failed ...") for a handle
+  // that never took a frame, which is the handle calls' exact behaviour and
+  // stays so. A state closed before its first frame (a camera that never
+  // started, a pipeline that failed to negotiate) then has no handle to
+  // release and closes without a line that reads like a fault. The handle's
+  // memory comes on the first frame with the contexts the library makes then.
   VideoHdrHandle *handle;
   uint8_t *work;  // the packed work frame: stride = width
   int32_t width;
@@ -125,6 +132,10 @@ void primeAgain(VideoHdrHandle *handle, const uint8_t *frame, int32_t width, int
   handle->frameCount = 1;
 }
 
+// The state's handle, made with its first frame (see VideoHdrPlanes::handle)
+// before anything is written; false when out of memory.
+bool haveHandle(VideoHdrPlanes *s) { return s->handle || (s->handle = Video_HDR_Initial()); }
+
 // Runs the library on a packed frame (stride = width, chroma `scanline` rows
 // after the luma) and reports what it did.
 int32_t runFrame(VideoHdrPlanes *s, uint8_t *frame, int32_t scanline, VideoHdrPlanesResult *r) {
@@ -156,6 +167,7 @@ ptrdiff_t chromaOffset(const VideoHdrPlanes &s, int32_t scanline) {
 int32_t processFrame(VideoHdrPlanes *s, const PlaneSet &p, VideoHdrPlanesResult *r) {
   const int32_t error = checkFrame(s, p);
   if (error != VIDEOHDR_PLANES_OK) return error;
+  if (!haveHandle(s)) return VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY;
   if (const int32_t rows = inPlaceScanline(*s, p)) {
     r->inPlace = 1;
     return runFrame(s, p.y, rows, r);
@@ -182,6 +194,7 @@ int32_t processFrameTo(VideoHdrPlanes *s, const SourcePlanes &in, const PlaneSet
                        VideoHdrPlanesResult *r) {
   const int32_t error = checkFramePair(s, in, out);
   if (error != VIDEOHDR_PLANES_OK) return error;
+  if (!haveHandle(s)) return VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY;
   // The fusion weighs a chroma pair's two bytes by position, so the input's
   // order is what it must see. An output of the library's layout that keeps
   // that order takes the packed input and is processed where it lies: one
@@ -212,9 +225,8 @@ int32_t videohdr_planes_create(int32_t width, int32_t height, VideoHdrPlanes **p
   if (!s) return VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY;
   s->width = width;
   s->height = height;
-  s->handle = Video_HDR_Initial();
   s->work = static_cast<uint8_t *>(std::malloc(workFrameBytes(width, height)));
-  if (!s->handle || !s->work) {
+  if (!s->work) {
     destroyState(s);
     return VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY;
   }
@@ -282,20 +294,22 @@ const char *videohdr_planes_status_text(int32_t status) {
     case VIDEOHDR_PLANES_REFUSED:
       return "refused by the library (out of memory on its first frame)";
     case VIDEOHDR_PLANES_ERR_NULL_STATE:
-      return "null state";
+      return "the state is null (or videohdr_planes_create's out pointer)";
     case VIDEOHDR_PLANES_ERR_NULL_PLANE:
-      return "a plane is null";
+      return "y, u or v is null (of an output: outY, outU or outV)";
     case VIDEOHDR_PLANES_ERR_BAD_SIZE:
       return "width and height must be positive and even, with width * height at "
              "most " VIDEOHDR_PLANES_NUMBER(VIDEOHDR_MAX_LUMA_BYTES);
     case VIDEOHDR_PLANES_ERR_SIZE_CHANGED:
-      return "width and height differ from the state's";
+      return "width or height differs from the size the state was created for";
     case VIDEOHDR_PLANES_ERR_PIXEL_STRIDE:
-      return "uvPixelStride must be 1 or 2";
+      return "uvPixelStride (of an output: outUvPixelStride) is neither 1 nor 2";
     case VIDEOHDR_PLANES_ERR_ROW_STRIDE:
-      return "yRowStride is below width, or uvRowStride below uvPixelStride * width / 2";
+      return "yRowStride is below width, or uvRowStride is below uvPixelStride * (width / 2) (of "
+             "an output: outYRowStride, outUvRowStride, outUvPixelStride)";
     case VIDEOHDR_PLANES_ERR_OVERLAP:
-      return "planes overlap";
+      return "two planes share bytes (u and v may only interleave: uvPixelStride 2, one byte "
+             "apart)";
     case VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY:
       return "out of memory";
     default:

@@ -40,7 +40,8 @@
  *
  * Errors are answered, not logged: a call that answers an error code has
  * written no pixel and left the state as it was. No allocation happens after
- * videohdr_planes_create but the library's own, on a state's first frame.
+ * videohdr_planes_create but the library's own, on a state's first frame (its
+ * handle and contexts).
  * One state is driven from one thread at a time; states are independent.
  */
 #ifndef VIDEOHDR_PLANES_H
@@ -76,10 +77,11 @@ extern "C" {
 /* Two planes share a byte (apart from u and v one byte apart at pixel stride
  * 2, which interleave): writing one would change the other. */
 #define VIDEOHDR_PLANES_ERR_OVERLAP -7
+/* create, or a state's first frame: the memory could not be had */
 #define VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY -8
 
-/* A handle (whose record and calls stay as videohdr.h describes them) and the
- * packed work frame, for one frame size. */
+/* A handle (whose record and calls stay as videohdr.h describes them; made
+ * with the first frame) and the packed work frame, for one frame size. */
 typedef struct VideoHdrPlanes VideoHdrPlanes;
 
 typedef struct VideoHdrPlanesResult {
@@ -98,10 +100,13 @@ typedef struct VideoHdrPlanesResult {
 } VideoHdrPlanesResult;
 
 /*
- * Makes a state for frames of width x height: the handle and the work frame
- * are allocated here, once. Answers VIDEOHDR_PLANES_OK and sets *planes, or an
- * error (ERR_NULL_STATE for a null `planes`, ERR_BAD_SIZE, ERR_OUT_OF_MEMORY)
- * with *planes left as it was.
+ * Makes a state for frames of width x height: the work frame is allocated
+ * here, once; the library's handle with the state's first frame, so that a
+ * state destroyed before any frame has nothing of the library's to release
+ * (the library logs a failure line when it releases a handle that never took
+ * a frame). Answers VIDEOHDR_PLANES_OK and sets *planes, or an error
+ * (ERR_NULL_STATE for a null `planes`, ERR_BAD_SIZE, ERR_OUT_OF_MEMORY) with
+ * *planes left as it was.
  */
 VIDEOHDR_API int32_t videohdr_planes_create(int32_t width, int32_t height, VideoHdrPlanes **planes);
 
@@ -120,7 +125,8 @@ VIDEOHDR_API int32_t videohdr_planes_create(int32_t width, int32_t height, Video
  *
  * Answers the status and, when `result` is not null, fills it. Errors, in the
  * order they are checked: ERR_NULL_STATE, ERR_SIZE_CHANGED, ERR_NULL_PLANE,
- * ERR_PIXEL_STRIDE, ERR_ROW_STRIDE, ERR_OVERLAP.
+ * ERR_PIXEL_STRIDE, ERR_ROW_STRIDE, ERR_OVERLAP; then ERR_OUT_OF_MEMORY when a
+ * state's first frame cannot have the library's handle.
  */
 VIDEOHDR_API int32_t videohdr_planes_process(VideoHdrPlanes *planes, uint8_t *y, int32_t yRowStride,
                                              uint8_t *u, uint8_t *v, int32_t uvRowStride,
@@ -157,7 +163,9 @@ VIDEOHDR_API int32_t videohdr_planes_process(VideoHdrPlanes *planes, uint8_t *y,
  * Errors, in the order they are checked: ERR_NULL_STATE, ERR_SIZE_CHANGED,
  * then ERR_NULL_PLANE, ERR_PIXEL_STRIDE, ERR_ROW_STRIDE and ERR_OVERLAP (among
  * its own planes) for the input and then for the output, then ERR_OVERLAP
- * between them. An error writes nothing and leaves the state as it was.
+ * between them; then ERR_OUT_OF_MEMORY when a state's first frame cannot have
+ * the library's handle. An error writes nothing and leaves the state as it
+ * was.
  */
 VIDEOHDR_API int32_t videohdr_planes_process_to(
     VideoHdrPlanes *planes, const uint8_t *y, int32_t yRowStride, const uint8_t *u,
@@ -175,7 +183,8 @@ VIDEOHDR_API int32_t videohdr_planes_process_to(
  */
 VIDEOHDR_API int32_t videohdr_planes_restart(VideoHdrPlanes *planes);
 
-/* Frees the state and its handle; null is allowed. */
+/* Frees the state and its handle, if a frame made one; null is allowed. Logs
+ * nothing. */
 VIDEOHDR_API void videohdr_planes_destroy(VideoHdrPlanes *planes);
 
 /*
@@ -188,8 +197,10 @@ VIDEOHDR_API int32_t videohdr_planes_plane_bytes(int32_t width, int32_t height, 
                                                  int32_t uvRowStride, int32_t uvPixelStride,
                                                  int64_t *yBytes, int64_t *uvBytes);
 
-/* A short English description of a status ("processed", "uvPixelStride must
- * be 1 or 2", ...), for messages; never null. */
+/* A short English description of a status that names the arguments it is
+ * about ("processed", "uvPixelStride is neither 1 nor 2", ...), for messages;
+ * never null. The same text for every call with that status: a caller that
+ * has the values at hand says them besides. */
 VIDEOHDR_API const char *videohdr_planes_status_text(int32_t status);
 
 #ifdef __cplusplus

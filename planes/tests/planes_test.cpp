@@ -18,6 +18,7 @@
 // comes through here.
 namespace {
 long g_allocations = 0;
+bool g_refuseNextCalloc = false;  // the next calloc answers null, once
 }  // namespace
 
 extern "C" {
@@ -26,6 +27,7 @@ void *__real_calloc(size_t count, size_t bytes);
 void *__real_realloc(void *p, size_t bytes);
 void *__wrap_malloc(size_t bytes) { return ++g_allocations, __real_malloc(bytes); }
 void *__wrap_calloc(size_t count, size_t bytes) {
+  if (g_refuseNextCalloc) return g_refuseNextCalloc = false, nullptr;
   return ++g_allocations, __real_calloc(count, bytes);
 }
 void *__wrap_realloc(void *p, size_t bytes) { return ++g_allocations, __real_realloc(p, bytes); }
@@ -474,6 +476,44 @@ TEST_F(PlanesTest, SizesAndPlaneSpans) {
               s.status);
     EXPECT_EQ(std::make_pair(yBytes, uvBytes), std::make_pair(s.yBytes, s.uvBytes)) << s.w;
   }
+}
+
+// The library logs a failure line when it releases a handle that never took a
+// frame; a state that never took one has no handle, and closes without it.
+TEST_F(PlanesTest, DestroyLogsNothing) {
+  static std::vector<std::string> lines;
+  videohdr::setLogSink([](int, const char *, const char *line) { lines.push_back(line); });
+  const Layout &l = kLayouts[0];
+  CameraFrame frame(l);
+  frame.write(packedScene(l, 0));
+  for (int32_t frames : {0, 1, 2}) {
+    State state = createState(l.width, l.height);
+    EXPECT_EQ(videohdr_planes_process(state.get(), frame.y, l.yRowStride, frame.u, frame.v,
+                                      l.uvRowStride, l.pixelStride, l.width + 2, l.height, nullptr),
+              VIDEOHDR_PLANES_ERR_SIZE_CHANGED);  // refused: not a frame taken
+    for (int32_t n = 0; n < frames; ++n) process(state.get(), frame, nullptr);
+    lines.clear();
+    state.reset();
+    EXPECT_EQ(lines, std::vector<std::string>{}) << frames << " frames";
+  }
+}
+
+// The handle's frame block is the first frame's first calloc: without it the
+// frame is refused with nothing written (in place, or into an output the
+// input would be packed into first), and the next one primes the state.
+TEST_F(PlanesTest, FirstFrameWithoutMemory) {
+  const Layout &l = kLayouts[7];  // NV21, so that kLayouts[0] takes the packed input
+  State state = createState(l.width, l.height);
+  CameraFrame frame(l), output(kLayouts[0]);
+  frame.write(packedScene(l, 0));
+  const auto before = frame.buffers, outputBefore = output.buffers;
+  g_refuseNextCalloc = true;
+  EXPECT_EQ(process(state.get(), frame, nullptr), VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY);
+  g_refuseNextCalloc = true;
+  EXPECT_EQ(processTo(state.get(), frame, output, nullptr), VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY);
+  EXPECT_TRUE(frame.buffers == before);
+  EXPECT_TRUE(output.buffers == outputBefore);
+  EXPECT_EQ(process(state.get(), frame, nullptr), VIDEOHDR_PLANES_PRIMED);
 }
 
 TEST_F(PlanesTest, NoAllocationAfterTheFirstFrame) {
