@@ -1,7 +1,6 @@
 package org.videohdr;
 
 import java.nio.ByteBuffer;
-import java.util.Objects;
 
 /**
  * HDR video from alternating exposures, for camera frames as an {@code ImageReader} delivers
@@ -53,12 +52,16 @@ public final class VideoHdr implements AutoCloseable {
    * (position and limit are not used; pass a {@code slice()} for a plane further in). Only the
    * samples are read and written, never the row padding.
    *
-   * @throws NullPointerException for a null buffer
-   * @throws IllegalArgumentException for a buffer that is not direct or is read-only, a capacity
-   *     below what the strides and size need, strides the layout cannot have (a row stride below
-   *     the row, a pixel stride other than 1 or 2), overlapping planes, or a size other than this
-   *     instance's; nothing is written then
+   * <p>The checks come in this order, and the first that fails throws with a message naming the
+   * argument, its value and what was expected ({@code width 1920 differs from this instance's
+   * 1280}); nothing is written then.
+   *
    * @throws IllegalStateException after {@link #close}
+   * @throws IllegalArgumentException for a size other than this instance's
+   * @throws NullPointerException for a null buffer
+   * @throws IllegalArgumentException for a buffer that is not direct or is read-only, strides the
+   *     layout cannot have (a pixel stride other than 1 or 2, a row stride below the row), a
+   *     capacity below what the strides and size span, or overlapping planes
    */
   public synchronized FrameResult process(
       ByteBuffer y,
@@ -69,12 +72,21 @@ public final class VideoHdr implements AutoCloseable {
       int uvPixelStride,
       int width,
       int height) {
-    requireWritable(y, "y");
-    requireWritable(u, "u");
-    requireWritable(v, "v");
     if (state == 0) throw new IllegalStateException("VideoHdr is closed");
     int[] fields = new int[FrameResult.FIELDS];
-    nativeProcess(state, y, yRowStride, u, v, uvRowStride, uvPixelStride, width, height, fields);
+    nativeProcess(
+        state,
+        this.width,
+        this.height,
+        y,
+        yRowStride,
+        u,
+        v,
+        uvRowStride,
+        uvPixelStride,
+        width,
+        height,
+        fields);
     return new FrameResult(fields);
   }
 
@@ -86,15 +98,13 @@ public final class VideoHdr implements AutoCloseable {
     state = 0;
   }
 
-  private static void requireWritable(ByteBuffer buffer, String name) {
-    Objects.requireNonNull(buffer, name);
-    if (buffer.isReadOnly()) throw new IllegalArgumentException(name + " is read-only");
-  }
-
   private static native long nativeCreate(int width, int height);
 
+  /** Checks the frame against the instance's size and processes it; throws as process says. */
   private static native void nativeProcess(
       long state,
+      int expectedWidth,
+      int expectedHeight,
       ByteBuffer y,
       int yRowStride,
       ByteBuffer u,

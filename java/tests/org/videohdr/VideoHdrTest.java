@@ -3,7 +3,6 @@ package org.videohdr;
 import static org.junit.Assert.assertArrayEquals;
 import static org.junit.Assert.assertEquals;
 import static org.junit.Assert.assertThrows;
-import static org.junit.Assert.assertTrue;
 
 import java.nio.ByteBuffer;
 import org.junit.Test;
@@ -116,7 +115,7 @@ public class VideoHdrTest {
   }
 
   @Test
-  public void badCallsThrowAndWriteNothing() {
+  public void badCallsThrowNamingTheArgumentAndWriteNothing() {
     ByteBuffer packed = packedScene(1280, 720, 0);
     Camera c = new Camera(1280, 720, 1536, 1536, Chroma.NV21).write(packed);
     Camera before = new Camera(1280, 720, 1536, 1536, Chroma.NV21).write(packed);
@@ -125,35 +124,59 @@ public class VideoHdrTest {
       ByteBuffer heap = ByteBuffer.allocate(c.y.capacity());
       ByteBuffer shortU = c.u.slice(0, c.u.capacity() - 1);
       ByteBuffer readOnlyV = c.v.asReadOnlyBuffer();
+      ByteBuffer uInY = c.y.slice(8, c.u.capacity());
+      // The size first, as the C entry point: the strides would not fit 1920 either.
+      expectThrow(IllegalArgumentException.class, "width 1920 differs from this instance's 1280",
+          () -> hdr.process(c.y, 1536, c.u, c.v, 1536, 2, 1920, 1080));
+      expectThrow(IllegalArgumentException.class, "height 718 differs from this instance's 720",
+          () -> hdr.process(c.y, 1536, c.u, c.v, 1536, 2, 1280, 718));
+      expectThrow(NullPointerException.class, "u is null",
+          () -> hdr.process(c.y, 1536, null, c.v, 1536, 2, 1280, 720));
       expectThrow(IllegalArgumentException.class, "y is not a direct ByteBuffer",
           () -> hdr.process(heap, 1536, c.u, c.v, 1536, 2, 1280, 720));
-      expectThrow(IllegalArgumentException.class, "u holds 552702 bytes; the strides and size"
-          + " given need 552703", () -> hdr.process(c.y, 1536, shortU, c.v, 1536, 2, 1280, 720));
-      expectThrow(IllegalArgumentException.class, "v is read-only",
+      expectThrow(IllegalArgumentException.class,
+          "v is read-only: the fused frame is written into it",
           () -> hdr.process(c.y, 1536, c.u, readOnlyV, 1536, 2, 1280, 720));
-      expectThrow(IllegalArgumentException.class, "uvPixelStride must be 1 or 2",
+      expectThrow(IllegalArgumentException.class, "uvPixelStride 3 is neither 1 nor 2",
           () -> hdr.process(c.y, 1536, c.u, c.v, 1536, 3, 1280, 720));
-      expectThrow(IllegalArgumentException.class, "yRowStride is below width",
+      expectThrow(IllegalArgumentException.class, "yRowStride 1000 is below width 1280",
           () -> hdr.process(c.y, 1000, c.u, c.v, 1536, 2, 1280, 720));
-      expectThrow(IllegalArgumentException.class, "differ from the state's",
-          () -> hdr.process(c.y, 1536, c.u, c.v, 1536, 2, 1280, 718));
-      expectThrow(IllegalArgumentException.class, "planes overlap",
+      expectThrow(IllegalArgumentException.class,
+          "uvRowStride 1200 is below uvPixelStride * (width / 2) = 1280",
+          () -> hdr.process(c.y, 1536, c.u, c.v, 1200, 2, 1280, 720));
+      expectThrow(IllegalArgumentException.class, // 1536 * 359 + 2 * 639 + 1
+          "u holds 552702 bytes, below the 552703 its plane spans"
+              + " (uvRowStride 1536, uvPixelStride 2, 1280x720)",
+          () -> hdr.process(c.y, 1536, shortU, c.v, 1536, 2, 1280, 720));
+      expectThrow(IllegalArgumentException.class, // 1537 * 719 + 1280
+          "y holds 1105664 bytes, below the 1106383 its plane spans (yRowStride 1537, 1280x720)",
+          () -> hdr.process(c.y, 1537, c.u, c.v, 1536, 2, 1280, 720));
+      expectThrow(IllegalArgumentException.class,
+          "y and u overlap: u starts 8 bytes after y, which spans 1105664",
+          () -> hdr.process(c.y, 1536, uInY, c.v, 1536, 2, 1280, 720));
+      expectThrow(IllegalArgumentException.class,
+          "u and v overlap: v starts 0 bytes after u, which spans 552703 (u and v may share"
+              + " bytes only interleaved: uvPixelStride 2, one byte apart)",
           () -> hdr.process(c.y, 1536, c.u, c.u, 1536, 2, 1280, 720));
-      expectThrow(NullPointerException.class, "u",
-          () -> hdr.process(c.y, 1536, null, c.v, 1536, 2, 1280, 720));
       assertArrayEquals(before.buffers, c.buffers);
       assertEquals(FrameResult.Status.PRIMED, c.process(hdr).status());
       hdr.close();
       expectThrow(IllegalStateException.class, "VideoHdr is closed", () -> c.process(hdr));
+      // Closed comes first, before anything about the buffers.
+      expectThrow(IllegalStateException.class, "VideoHdr is closed",
+          () -> hdr.process(c.y, 1536, c.u, readOnlyV, 1536, 2, 1920, 1080));
     } finally {
       hdr.close(); // a second close is allowed
     }
-    expectThrow(IllegalArgumentException.class, "width and height must be positive and even",
-        () -> new VideoHdr(1281, 720));
+    expectThrow(IllegalArgumentException.class, "width 1281 is not positive and even (4:2:0"
+        + " chroma)", () -> new VideoHdr(1281, 720));
+    expectThrow(IllegalArgumentException.class, "height 0 is not positive and even (4:2:0"
+        + " chroma)", () -> new VideoHdr(1280, 0));
+    expectThrow(IllegalArgumentException.class, "width * height = 2625536 is above the"
+        + " library's 2621440", () -> new VideoHdr(2048, 1282));
   }
 
   private static void expectThrow(Class<? extends Throwable> type, String message, Runnable call) {
-    Throwable t = assertThrows(type, call::run);
-    assertTrue(t.getMessage(), t.getMessage().contains(message));
+    assertEquals(message, assertThrows(type, call::run).getMessage());
   }
 }
