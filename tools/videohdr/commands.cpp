@@ -20,10 +20,29 @@ Geometry rawGeometry(const ProcessOptions &options) {
   return g;
 }
 
-void refuseOverwritingInput(const std::string &input, const std::string &output) {
-  std::error_code error;
-  if (input != "-" && output != "-" && std::filesystem::equivalent(input, output, error)) {
-    throw ToolError("the output '" + output + "' is the input: it would be overwritten");
+// Whether two paths name one file: the same file when both exist, else the
+// same path once made absolute (an output not created yet).
+bool sameFile(const std::string &a, const std::string &b) {
+  namespace fs = std::filesystem;
+  if (a == "-" || b == "-") return false;
+  std::error_code error, errorA, errorB;
+  if (fs::equivalent(a, b, error)) return true;
+  const fs::path pathA = fs::weakly_canonical(a, errorA), pathB = fs::weakly_canonical(b, errorB);
+  return !errorA && !errorB && pathA == pathB;
+}
+
+// The input and the outputs must be distinct files: one written over
+// another would lose it.
+void refuseOverwriting(const ProcessOptions &o) {
+  if (sameFile(o.input, o.output)) {
+    throw ToolError("the output '" + o.output + "' is the input: it would be overwritten");
+  }
+  if (o.statsPath.empty()) return;
+  for (const std::string *other : {&o.input, &o.output}) {
+    if (sameFile(o.statsPath, *other)) {
+      throw ToolError("--stats '" + o.statsPath + "' is the " +
+                      (other == &o.input ? "input" : "output") + ": it would be overwritten");
+    }
   }
 }
 
@@ -39,13 +58,15 @@ void requireGeometry(const Geometry &g, const std::string &source) {
 
 int runProcess(const ProcessOptions &options) {
   const bool raw = options.layout != Layout::kY4m;
-  refuseOverwritingInput(options.input, options.output);
+  refuseOverwriting(options);
   // Y4M frames are padded in memory only: the stream keeps its own layout.
   const Geometry geometry =
       raw ? rawGeometry(options) : Geometry{0, 0, options.stride, options.scanline};
   FrameReader reader(options.input, options.layout, geometry);
   requireGeometry(reader.info().geometry, reader.name());
 
+  // Opened, not yet written: processStream opens the stats file before the
+  // first frame empties either.
   FrameWriter writer(options.output, reader.info());
   RunOptions run;
   run.statsPath = options.statsPath;

@@ -1,6 +1,8 @@
 #include "frame_io.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -28,15 +30,32 @@ LineEnd readLine(FILE *file, std::string *line) {
   }
 }
 
+// A file to write, opened without emptying it: created when missing (then
+// *created is set), else opened as it is. -1 with errno on failure.
+int openForWriting(const std::string &path, bool *created) {
+  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  *created = fd >= 0;
+  if (fd < 0 && errno == EEXIST) fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+  return fd;
+}
+
 }  // namespace
 
 Stream::Stream(const std::string &path, bool write) {
   if (path == "-") {
     name_ = write ? "standard output" : "standard input";
     file_ = write ? stdout : stdin;
+    started_ = true;
   } else {
-    name_ = path;
-    file_ = std::fopen(path.c_str(), write ? "wb" : "rb");
+    path_ = name_ = path;
+    if (write) {
+      const int fd = openForWriting(path, &created_);
+      file_ = fd >= 0 ? fdopen(fd, "wb") : nullptr;
+      if (fd >= 0 && !file_) ::close(fd);
+    } else {
+      file_ = std::fopen(path.c_str(), "rb");
+      started_ = true;
+    }
     if (!file_) {
       throw ToolError("cannot open '" + path + "'" + (write ? " for writing" : "") + ": " +
                       std::strerror(errno));
@@ -48,6 +67,26 @@ Stream::Stream(const std::string &path, bool write) {
 
 Stream::~Stream() {
   if (owned_ && file_) std::fclose(file_);
+  if (created_ && !started_) std::remove(path_.c_str());
+}
+
+void Stream::start() {
+  if (started_) return;
+  started_ = true;
+  // Only a regular file has contents to replace; a pipe or a device (such as
+  // /dev/null) is written as it is.
+  struct stat st;
+  const int fd = fileno(file_);
+  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && ftruncate(fd, 0) != 0) {
+    throw ToolError("cannot write " + name_ + ": " + std::strerror(errno));
+  }
+}
+
+void Stream::put(const void *bytes, size_t count) {
+  start();
+  if (std::fwrite(bytes, 1, count, file_) == count) return;
+  checkError("write");
+  throw ToolError("cannot write " + name_);
 }
 
 void Stream::checkError(const char *what) const {
@@ -58,6 +97,7 @@ void Stream::checkError(const char *what) const {
 
 void Stream::close() {
   if (!file_) return;
+  start();
   const bool failed = std::fflush(file_) != 0 || std::ferror(file_);
   const int error = errno;
   if (owned_) std::fclose(file_);
@@ -77,9 +117,20 @@ FrameReader::FrameReader(const std::string &path, Layout layout, const Geometry 
   if (layout == Layout::kY4m) {
     readY4mHeader(geometry);
   } else {
+    refuseEmptyInput();
     info_.geometry = geometry;
     estimateFrames(0);
   }
+}
+
+// An empty input is an error in either layout (a Y4M stream without even its
+// header cannot be one): most often the program in front of a pipe failed,
+// and an empty output with success would hide that.
+void FrameReader::refuseEmptyInput() {
+  const int c = std::getc(stream_.file());
+  stream_.checkError("read");
+  if (c == EOF) throw ToolError(name() + ": empty input");
+  std::ungetc(c, stream_.file());
 }
 
 void FrameReader::readY4mHeader(const Geometry &padding) {
@@ -115,9 +166,13 @@ void FrameReader::estimateFrames(size_t headerBytes) {
 }
 
 void FrameReader::truncated(size_t got, size_t expected) const {
-  throw ToolError(name() + ": frame " + std::to_string(framesRead_) + " is truncated (" +
-                  std::to_string(got) + " of " + std::to_string(expected) + " bytes); the " +
-                  std::to_string(framesRead_) + " complete frames before it were written");
+  const std::string frames = std::to_string(framesRead_);
+  const std::string before = framesRead_ == 0 ? "there is no complete frame, nothing was written"
+                             : framesRead_ == 1
+                                 ? "the 1 complete frame before it was written"
+                                 : "the " + frames + " complete frames before it were written";
+  throw ToolError(name() + ": frame " + frames + " is truncated (" + std::to_string(got) + " of " +
+                  std::to_string(expected) + " bytes); " + before);
 }
 
 bool FrameReader::read(Frame *frame) {
@@ -169,26 +224,31 @@ bool FrameReader::readY4mFrame(Frame *frame) {
 }
 
 FrameWriter::FrameWriter(const std::string &path, const StreamInfo &info)
-    : stream_(path, true), info_(info) {
+    : stream_(path, true), info_(info) {}
+
+void FrameWriter::begin() {
+  if (begun_) return;
+  begun_ = true;
+  stream_.start();
   if (info_.layout != Layout::kY4m) return;
   const std::string header = info_.y4mHeader + "\n";
-  put(header.data(), header.size());
+  stream_.put(header.data(), header.size());
 }
 
-void FrameWriter::put(const void *bytes, size_t count) {
-  if (std::fwrite(bytes, 1, count, stream_.file()) == count) return;
-  stream_.checkError("write");
-  throw ToolError("cannot write " + stream_.name());
+void FrameWriter::finish() {
+  begin();
+  stream_.close();
 }
 
 void FrameWriter::write(const Frame &frame) {
+  begin();
   const Geometry &g = info_.geometry;
   if (info_.layout != Layout::kY4m) {
-    put(frame.data(), g.frameBytes());
+    stream_.put(frame.data(), g.frameBytes());
     return;
   }
   const std::string line = kY4mFrameMagic + frame.y4mParams + "\n";
-  put(line.data(), line.size());
+  stream_.put(line.data(), line.size());
   const size_t lumaBytes = static_cast<size_t>(g.width) * g.height;
   const size_t chromaPlane = lumaBytes / 4;
   planar_.resize(lumaBytes + 2 * chromaPlane);
@@ -197,7 +257,7 @@ void FrameWriter::write(const Frame &frame) {
   libyuv::SplitUVPlane(frame.data() + g.chromaOffset(), g.stride, planar_.data() + lumaBytes,
                        halfWidth, planar_.data() + lumaBytes + chromaPlane, halfWidth, halfWidth,
                        g.height / 2);
-  put(planar_.data(), planar_.size());
+  stream_.put(planar_.data(), planar_.size());
 }
 
 }  // namespace vhtool

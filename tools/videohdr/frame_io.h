@@ -34,6 +34,10 @@ struct StreamInfo {
 };
 
 // A stdio stream that is closed on destruction unless it is stdin or stdout.
+// A file opened for writing is created when missing but not emptied before
+// its first bytes (start): a command opens every output before it writes to
+// any, so that one that cannot be opened leaves the others as they were. A
+// file this stream created and never started is removed again.
 class Stream {
  public:
   Stream(const std::string &path, bool write);
@@ -44,13 +48,20 @@ class Stream {
   const std::string &name() const { return name_; }
   // Throws ToolError when the stream saw an error; `what` is "read" or "write".
   void checkError(const char *what) const;
+  // Empties a regular file opened for writing; once, before its first bytes.
+  void start();
+  // Starts, then writes; throws ToolError.
+  void put(const void *bytes, size_t count);
   // Flushes and closes, reporting a failure.
   void close();
 
  private:
+  std::string path_;
   std::string name_;
   FILE *file_ = nullptr;
   bool owned_ = false;
+  bool created_ = false;
+  bool started_ = false;
 };
 
 class FrameReader {
@@ -70,6 +81,7 @@ class FrameReader {
 
  private:
   void readY4mHeader(const Geometry &padding);
+  void refuseEmptyInput();
   bool readY4mFrame(Frame *frame);
   bool readRawFrame(Frame *frame);
   void estimateFrames(size_t headerBytes);
@@ -84,16 +96,18 @@ class FrameReader {
 
 class FrameWriter {
  public:
-  // Opens `path` ("-" for standard output) and writes the Y4M header.
+  // Opens `path` ("-" for standard output) as Stream does: nothing is written
+  // before the first frame or finish(), which start with the Y4M header.
   FrameWriter(const std::string &path, const StreamInfo &info);
   void write(const Frame &frame);
-  void finish() { stream_.close(); }
+  void finish();
 
  private:
-  void put(const void *bytes, size_t count);
+  void begin();
 
   Stream stream_;
   StreamInfo info_;
+  bool begun_ = false;
   std::vector<uint8_t> planar_;
 };
 

@@ -5,27 +5,43 @@
 #include "videohdr.h"
 
 namespace vhtool {
+namespace {
+
+// What is wrong with one side of the frame, or "".
+std::string checkSide(const char *name, int32_t value) {
+  if (value > 0 && value % 2 == 0) return "";
+  return std::string(name) + " " + std::to_string(value) +
+         (value > 0 ? " is odd" : " is not positive") +
+         ": 4:2:0 chroma needs an even width and height";
+}
+
+// What is wrong with a padded length (stride, scanline) against the one it
+// pads (width, height), or "".
+std::string checkPadded(const char *name, int32_t value, const char *of, int32_t side) {
+  const std::string values = std::string(name) + " " + std::to_string(value);
+  const std::string against = std::string(of) + " " + std::to_string(side);
+  if (value < side) return values + " is below the " + against;
+  // Camera buffers pad a little at most; this guards the tool's allocation.
+  if (value > 2 * side) return values + " is more than twice the " + against;
+  return "";
+}
+
+}  // namespace
 
 GeometryCheck checkGeometry(const Geometry &g) {
   GeometryCheck check;
   const std::string size = std::to_string(g.width) + "x" + std::to_string(g.height);
   // Frames reach the library packed (stride = width) whatever their padding.
   const int64_t lumaBytes = static_cast<int64_t>(g.width) * g.height;
-  if (g.width < 2 || g.height < 2) {
-    check.error = "frame size " + size + " is too small";
-  } else if (g.width % 2 || g.height % 2) {
-    check.error = "odd frame size " + size + ": 4:2:0 chroma needs an even width and height";
-  } else if (g.stride < g.width) {
-    check.error =
-        "stride " + std::to_string(g.stride) + " is below the width " + std::to_string(g.width);
-  } else if (g.scanline < g.height) {
-    check.error = "scanline " + std::to_string(g.scanline) + " is below the height " +
-                  std::to_string(g.height);
-  } else if (g.stride > 2 * g.width || g.scanline > 2 * g.height) {
-    // Camera buffers pad a little at most; this guards the tool's allocation.
-    check.error = "stride " + std::to_string(g.stride) + " or scanline " +
-                  std::to_string(g.scanline) + " is more than twice the width or height";
-  } else if (lumaBytes > VIDEOHDR_MAX_LUMA_BYTES) {
+  for (const std::string &problem : {checkSide("width", g.width), checkSide("height", g.height),
+                                     checkPadded("stride", g.stride, "width", g.width),
+                                     checkPadded("scanline", g.scanline, "height", g.height)}) {
+    if (!problem.empty()) {
+      check.error = problem;
+      return check;
+    }
+  }
+  if (lumaBytes > VIDEOHDR_MAX_LUMA_BYTES) {
     check.error = size + " is outside the library's design: a luma plane of width*height = " +
                   std::to_string(lumaBytes) + " bytes exceeds " +
                   std::to_string(VIDEOHDR_MAX_LUMA_BYTES) + " (for example 2048x1280)";

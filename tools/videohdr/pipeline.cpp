@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 
 #include "progress.h"
@@ -29,8 +28,10 @@ Planes createPlanes(const Geometry &g) {
 }
 
 // One frame of the stream's semi-planar layout, handed over as a camera's
-// three planes: the chroma pairs interleaved, V first for NV21.
-VideoHdrPlanesResult processFrame(VideoHdrPlanes *planes, Frame *frame, const StreamInfo &info) {
+// three planes: the chroma pairs interleaved, V first for NV21. `index` is
+// the frame's number in the stream, for the message.
+VideoHdrPlanesResult processFrame(VideoHdrPlanes *planes, Frame *frame, const StreamInfo &info,
+                                  int64_t index) {
   const Geometry &g = info.geometry;
   uint8_t *y = frame->data();
   uint8_t *chroma = y + g.chromaOffset();
@@ -39,36 +40,50 @@ VideoHdrPlanesResult processFrame(VideoHdrPlanes *planes, Frame *frame, const St
   videohdr_planes_process(planes, y, g.stride, vFirst ? chroma + 1 : chroma,
                           vFirst ? chroma : chroma + 1, g.stride, 2, g.width, g.height, &r);
   if (r.status < 0 || r.status == VIDEOHDR_PLANES_REFUSED) {
-    throw ToolError(std::string("the library did not take the frame: ") +
+    throw ToolError("the library did not take frame " + std::to_string(index) + ": " +
                     videohdr_planes_status_text(r.status));
   }
   return r;
 }
 
+// The --stats CSV. Opened with the frame output, before either is written:
+// a path that cannot be opened stops the run before any output is emptied;
+// like the frame output, it is emptied with its first row (or at the end of
+// an input without frames).
 class StatsFile {
  public:
   explicit StatsFile(const std::string &path) {
-    if (path.empty()) return;
-    out_.open(path);
-    if (!out_) throw ToolError("cannot open '" + path + "' for writing");
-    out_ << "frame,found_dx,found_dy,applied_dx,applied_dy,brighter,ms\n";
+    if (!path.empty()) out_ = std::make_unique<Stream>(path, true);
   }
   void row(const FrameStats &s) {
-    if (!out_.is_open()) return;
-    out_ << s.index << ',';
+    if (!out_) return;
+    begin();
+    char line[160];
     if (s.fused) {
-      out_ << s.foundDx << ',' << s.foundDy << ',' << s.appliedDx << ',' << s.appliedDy << ','
-           << (s.currentBrighter ? "current" : "previous");
+      std::snprintf(line, sizeof line, "%lld,%d,%d,%d,%d,%s,%.3f\n",
+                    static_cast<long long>(s.index), s.foundDx, s.foundDy, s.appliedDx, s.appliedDy,
+                    s.currentBrighter ? "current" : "previous", s.ms);
     } else {
-      out_ << ",,,,";
+      std::snprintf(line, sizeof line, "%lld,,,,,,%.3f\n", static_cast<long long>(s.index), s.ms);
     }
-    char ms[32];
-    std::snprintf(ms, sizeof ms, ",%.3f\n", s.ms);
-    out_ << ms;
+    put(line);
+  }
+  void finish() {
+    if (!out_) return;
+    begin();
+    out_->close();
   }
 
  private:
-  std::ofstream out_;
+  void begin() {
+    if (begun_) return;
+    begun_ = true;
+    put("frame,found_dx,found_dy,applied_dx,applied_dy,brighter,ms\n");
+  }
+  void put(const std::string &text) { out_->put(text.data(), text.size()); }
+
+  std::unique_ptr<Stream> out_;
+  bool begun_ = false;
 };
 
 }  // namespace
@@ -84,7 +99,8 @@ RunSummary processStream(FrameReader &reader, FrameWriter *writer, const RunOpti
     FrameStats s;
     s.index = summary.frames;
     const auto start = std::chrono::steady_clock::now();
-    const VideoHdrPlanesResult r = processFrame(planes.get(), &frame, reader.info());
+    const VideoHdrPlanesResult r =
+        processFrame(planes.get(), &frame, reader.info(), summary.frames);
     s.ms =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     s.fused = r.status == VIDEOHDR_PLANES_PROCESSED;
@@ -101,6 +117,7 @@ RunSummary processStream(FrameReader &reader, FrameWriter *writer, const RunOpti
     summary.worstMs = std::max(summary.worstMs, s.ms);
     progress.update(summary.frames);
   }
+  stats.finish();
   return summary;
 }
 

@@ -42,6 +42,25 @@ std::string checkColourSpace(const std::string &tag) {
   return "unknown colour space " + name;
 }
 
+// Interlacing tags: Ip (progressive) and I? (unknown) are taken as
+// progressive. Interlaced streams are refused: the two fields of a frame are
+// taken at different instants but with one exposure, so fusing frames would
+// blend fields, not the exposures the library expects to alternate frame by
+// frame. Answers what is wrong, or "".
+std::string checkInterlacing(const std::string &tag) {
+  if (tag == "p" || tag == "?") return "";
+  static const char *const kInterlaced[][2] = {
+      {"t", "top field first"}, {"b", "bottom field first"}, {"m", "mixed per frame"}};
+  for (const auto &[value, meaning] : kInterlaced) {
+    if (tag == value) {
+      return "interlaced Y4M (I" + tag + ": " + meaning +
+             ") is not supported: the fields of a frame are not two exposures (frames that are "
+             "progressive in fact can be marked so: ffmpeg -vf setfield=prog)";
+    }
+  }
+  return "unknown interlacing I" + tag;
+}
+
 }  // namespace
 
 std::string parseY4mHeader(const std::string &line, Y4mHeader *header) {
@@ -64,10 +83,10 @@ std::string parseY4mHeader(const std::string &line, Y4mHeader *header) {
     if (tag == 'H' && !parsePositive(value, &header->height)) {
       return "malformed Y4M header: height '" + token + "' is not a positive number";
     }
-    if (tag == 'C') {
-      const std::string problem = checkColourSpace(value);
-      if (!problem.empty()) return problem;
-    }
+    const std::string problem = tag == 'C'   ? checkColourSpace(value)
+                                : tag == 'I' ? checkInterlacing(value)
+                                             : "";
+    if (!problem.empty()) return problem;
   }
   if (header->width == 0) return "malformed Y4M header: no frame width (W)";
   if (header->height == 0) return "malformed Y4M header: no frame height (H)";

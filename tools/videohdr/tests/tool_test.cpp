@@ -184,7 +184,7 @@ const Layout kWide = packed(1040, 48);  // wide enough for the motion search
 
 TEST_F(ToolTest, Y4mOutputIsTheLibraryOutputWithTheHeaderKept) {
   const auto frames = makeFrames(kWide, 5);
-  const std::string header = y4mHeader(kWide, "F25:1 It A4:3 C420mpeg2 XYSCSS=420MPEG2 XFOO=bar");
+  const std::string header = y4mHeader(kWide, "F25:1 Ip A4:3 C420mpeg2 XYSCSS=420MPEG2 XFOO=bar");
   const Result r = runY4m(y4mStream(header, frames, kWide));
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.err, "");  // quiet when stderr is not a terminal
@@ -382,7 +382,13 @@ TEST_F(ToolTest, BadY4mHeadersAreRefusedWithOneLine) {
       {"mono", "YUV4MPEG2 W64 H32 Cmono\n", "(greyscale) is not supported"},
       {"10 bit", "YUV4MPEG2 W64 H32 C420p10\n", "bit depth 10 (C420p10) is not supported"},
       {"unknown", "YUV4MPEG2 W64 H32 Cxyz\n", "unknown colour space Cxyz"},
-      {"odd", "YUV4MPEG2 W63 H32\n", "odd frame size 63x32"},
+      {"odd", "YUV4MPEG2 W63 H32\n", "width 63 is odd: 4:2:0 chroma needs an even width"},
+      {"top field first", "YUV4MPEG2 W64 H32 It\n",
+       "interlaced Y4M (It: top field first) is not supported: the fields of a frame are not two "
+       "exposures"},
+      {"bottom field first", "YUV4MPEG2 W64 H32 Ib\n", "interlaced Y4M (Ib: bottom field first)"},
+      {"mixed", "YUV4MPEG2 W64 H32 Im\n", "interlaced Y4M (Im: mixed per frame)"},
+      {"unknown interlacing", "YUV4MPEG2 W64 H32 Ix\n", "unknown interlacing Ix"},
       {"too large", "YUV4MPEG2 W2560 H1088\n",
        "2560x1088 is outside the library's design: a luma plane of width*height = 2785280 "
        "bytes exceeds 2621440"},
@@ -404,9 +410,10 @@ TEST_F(ToolTest, BadRawGeometryIsRefusedWithTheReason) {
       {"--size 64x32 --stride 32", "stride 32 is below the width 64"},
       {"--size 64x32 --scanline 30", "scanline 30 is below the height 32"},
       {"--size 2048x1282", "a luma plane of width*height = 2625536 bytes exceeds 2621440"},
-      {"--size 1024x1024 --stride 2600", "stride 2600 or scanline 1024 is more than twice"},
+      {"--size 1024x1024 --stride 2600", "stride 2600 is more than twice the width 1024"},
+      {"--size 64x32 --scanline 70", "scanline 70 is more than twice the height 32"},
       {"--size 64", "--size '64' is not WxH"},
-      {"--size 64x31", "odd frame size 64x31"},
+      {"--size 64x31", "height 31 is odd: 4:2:0 chroma needs an even width and height"},
   };
   for (const auto &[args, message] : cases) {
     const Result r = run(path("in.nv12").string() + " " + args + " -o " + path("out").string());
@@ -432,11 +439,47 @@ TEST_F(ToolTest, MissingFilesAndUsageErrors) {
   r = run(path("in.y4m").string() + " -o " + path("in.y4m").string());
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("it would be overwritten"), std::string::npos) << r.err;
+  for (const auto &[stats, which] : {std::pair{"in.y4m", "input"}, {"out.y4m", "output"}}) {
+    r = run(path("in.y4m").string() + " -o " + path("out.y4m").string() + " --stats " +
+            path("x/../").string() + stats);  // named another way; out.y4m is not there yet
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find(std::string("is the ") + which + ": it would be overwritten"),
+              std::string::npos)
+        << r.err;
+  }
 
   r = run(path("in.y4m").string());  // no output
   EXPECT_EQ(r.status, 2);
   r = run(path("in.y4m").string() + " -o x --format yuv");
   EXPECT_EQ(r.status, 2);
+}
+
+// Every output is opened before any is emptied: one that cannot be opened
+// leaves the others as they were, or not there at all.
+TEST_F(ToolTest, AnOutputThatCannotBeOpenedLeavesTheOthersAlone) {
+  writeFile(path("in.y4m"), y4mStream(y4mHeader(kWide), makeFrames(kWide, 2), kWide));
+  writeFile(path("out.y4m"), "an earlier result");
+  const std::string stats = path("no/such/dir/s.csv").string();
+  Result r = run(path("in.y4m").string() + " -o " + path("out.y4m").string() + " --stats " + stats);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "videohdr: error: cannot open '" + stats +
+                       "' for writing: No such file or directory\n");
+  EXPECT_EQ(readFile(path("out.y4m")), "an earlier result");
+
+  r = run(path("in.y4m").string() + " -o " + path("new.y4m").string() + " --stats " + stats);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_FALSE(fs::exists(path("new.y4m")));
+}
+
+// An empty input is refused in either layout, before any output is opened.
+TEST_F(ToolTest, EmptyInputIsAnError) {
+  writeFile(path("empty"), "");
+  for (const std::string args : {"", " --size 1040x48"}) {
+    const Result r = run(path("empty").string() + args + " -o " + path("out").string());
+    EXPECT_EQ(r.status, 1) << args;
+    EXPECT_EQ(r.err, "videohdr: error: " + path("empty").string() + ": empty input\n") << args;
+    EXPECT_FALSE(fs::exists(path("out"))) << args;
+  }
 }
 
 TEST_F(ToolTest, TruncatedY4mWritesEveryCompleteFrame) {
@@ -455,6 +498,28 @@ TEST_F(ToolTest, TruncatedY4mWritesEveryCompleteFrame) {
     EXPECT_NE(r.err.find("the 3 complete frames before it were written"), std::string::npos);
     EXPECT_EQ(readFile(path("out.y4m")), y4mStream(header, complete, kWide)) << cut;
   }
+
+  // The first or the second frame cut short.
+  const size_t frameBytes = y4mFrame(frames[0], kWide).size();
+  const size_t start = header.size() + 1;
+  Result r = runY4m(whole.substr(0, start + frameBytes + 10), "--stats " + path("s.csv").string());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("frame 1 is truncated (4 of 74880 bytes); the 1 complete frame before it "
+                       "was written"),
+            std::string::npos)
+      << r.err;
+  EXPECT_EQ(readFile(path("out.y4m")), y4mStream(header, {expected[0]}, kWide));
+  EXPECT_EQ(csvRows(path("s.csv")).size(), 2u);
+  fs::remove(path("out.y4m"));
+  fs::remove(path("s.csv"));
+  r = runY4m(whole.substr(0, start + 100), "--stats " + path("s.csv").string());
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("frame 0 is truncated (94 of 74880 bytes); there is no complete frame, "
+                       "nothing was written"),
+            std::string::npos)
+      << r.err;
+  EXPECT_FALSE(fs::exists(path("out.y4m")));
+  EXPECT_FALSE(fs::exists(path("s.csv")));
 }
 
 TEST_F(ToolTest, TruncatedRawAndBrokenFrameHeaders) {
