@@ -32,6 +32,10 @@ struct _GstVideoHdr {
   /* The streaming thread's (set_info, transform_frame_ip, stop). */
   VideoHdrPlanes *planes;
   guint64 frame; /* frames of the sequence so far */
+  /* The size whose refusal was posted last, 0 x 0 for none: GstBaseTransform
+   * configures caps it failed to take again when the next buffer comes, and
+   * one refused size is one error on the bus, not one per attempt. */
+  gint refused_width, refused_height;
 };
 
 enum { PROP_0, PROP_ENABLED, PROP_POST_MESSAGES };
@@ -68,11 +72,18 @@ static gboolean gst_video_hdr_start_sequence(GstVideoHdr *self, const GstVideoIn
   GST_OBJECT_UNLOCK(self);
   self->frame = 0;
   const gint32 status = videohdr_planes_create(width, height, &self->planes);
+  const gboolean posted = width == self->refused_width && height == self->refused_height;
+  self->refused_width = status == VIDEOHDR_PLANES_OK ? 0 : width;
+  self->refused_height = status == VIDEOHDR_PLANES_OK ? 0 : height;
   if (status != VIDEOHDR_PLANES_OK) {
-    GST_ELEMENT_ERROR(
-        self, STREAM, FORMAT,
-        ("Cannot process %dx%d frames: %s", width, height, videohdr_planes_status_text(status)),
-        (NULL));
+    if (posted) {
+      GST_DEBUG_OBJECT(self, "%dx%d refused again", width, height);
+    } else {
+      GST_ELEMENT_ERROR(
+          self, STREAM, FORMAT,
+          ("Cannot process %dx%d frames: %s", width, height, videohdr_planes_status_text(status)),
+          (NULL));
+    }
     return FALSE;
   }
   GST_DEBUG_OBJECT(self, "new sequence of %dx%d frames", width, height);
@@ -138,7 +149,10 @@ static gboolean gst_video_hdr_sink_event(GstBaseTransform *trans, GstEvent *even
 }
 
 static gboolean gst_video_hdr_stop(GstBaseTransform *trans) {
-  gst_video_hdr_release_state(GST_VIDEO_HDR(trans));
+  GstVideoHdr *self = GST_VIDEO_HDR(trans);
+  gst_video_hdr_release_state(self);
+  /* A pipeline started again reports a refused size again. */
+  self->refused_width = self->refused_height = 0;
   return TRUE;
 }
 

@@ -195,10 +195,15 @@ TEST(Element, RefusesWhatTheLibraryDoesNotTake) {
     Element e(format, size);
     GstBuffer *b = gst_buffer_new_allocate(nullptr, size_t(size.w) * size.h * 3 / 2, nullptr);
     EXPECT_EQ(gst_harness_push(e.h, b), flow) << size.w;
-    // The library's limit is named in an error, not left to a bare not-negotiated.
-    GstMessage *error = gst_bus_pop_filtered(e.bus, GST_MESSAGE_ERROR);
-    EXPECT_EQ(error != nullptr, size.w == 2048) << size.w;
-    if (error) gst_message_unref(error);
+    // The library's limit is named in an error, not left to a bare
+    // not-negotiated; once, although the caps are configured again with the
+    // buffer.
+    int errors = 0;
+    while (GstMessage *error = gst_bus_pop_filtered(e.bus, GST_MESSAGE_ERROR)) {
+      ++errors;
+      gst_message_unref(error);
+    }
+    EXPECT_EQ(errors, size.w == 2048 ? 1 : 0) << size.w;
   }
 }
 
