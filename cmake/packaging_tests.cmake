@@ -39,11 +39,17 @@ endif()
 if(VIDEOHDR_INSTALL AND NOT CMAKE_CROSSCOMPILING AND NOT VIDEOHDR_SANITIZE)
   add_executable(videohdr_consumer packaging/consumer/consumer.c)
   target_link_libraries(videohdr_consumer PRIVATE videohdr)
+  # The installed jar and JNI library too, when the binding is built.
+  set(java_consumer)
+  if(TARGET videohdr_java)
+    set(java_consumer -DJAVA=${Java_JAVA_EXECUTABLE} -DJAVAC=${Java_JAVAC_EXECUTABLE}
+                      -DDATADIR=${CMAKE_INSTALL_DATADIR})
+  endif()
   add_test(NAME consumer
            COMMAND ${CMAKE_COMMAND} -DBUILD_DIR=${PROJECT_BINARY_DIR}
                    -DSOURCE_DIR=${PROJECT_SOURCE_DIR} -DWORK_DIR=${PROJECT_BINARY_DIR}/consumer
                    -DEXPECTED_PROGRAM=$<TARGET_FILE:videohdr_consumer>
                    -DLIBDIR=${CMAKE_INSTALL_LIBDIR} -DGENERATOR=${CMAKE_GENERATOR}
                    -DC_COMPILER=${CMAKE_C_COMPILER} -DCXX_COMPILER=${CMAKE_CXX_COMPILER}
-                   -P ${PROJECT_SOURCE_DIR}/packaging/consumer/check_consumer.cmake)
+                   ${java_consumer} -P ${PROJECT_SOURCE_DIR}/packaging/consumer/check_consumer.cmake)
 endif()

@@ -10,9 +10,13 @@
 #   add_subdirectory  the consumer's CMake project over the source tree; the
 #                  embedded videohdr must leave its tests, tools and install
 #                  rules off.
+#   Java           Consumer.java compiled against <prefix>/share/java and run
+#                  with java.library.path=<prefix>/lib alone: the C program's
+#                  "planes" lines (when JAVA and JAVAC are given).
 # Run by CTest as:
 #   cmake -DBUILD_DIR=... -DSOURCE_DIR=... -DWORK_DIR=... -DEXPECTED_PROGRAM=...
-#         -DLIBDIR=lib -DGENERATOR=Ninja -DC_COMPILER=cc -DCXX_COMPILER=c++ -P this-file
+#         -DLIBDIR=lib -DGENERATOR=Ninja -DC_COMPILER=cc -DCXX_COMPILER=c++
+#         [-DJAVA=java -DJAVAC=javac -DDATADIR=share] -P this-file
 # pkg-config is looked up here, not when the build is configured, so that
 # builds which never run the test do not need it.
 cmake_minimum_required(VERSION 3.16)
@@ -118,3 +122,19 @@ if(switched_on)
   message(FATAL_ERROR "embedded with add_subdirectory, videohdr turns on: ${switched_on}")
 endif()
 expect_same_output(add_subdirectory ${WORK_DIR}/add_subdirectory/consumer)
+
+# A desktop Java program against the installed tree, as the README tells it.
+if(DEFINED JAVA)
+  set(jar ${prefix}/${DATADIR}/java/videohdr.jar)
+  run("compiling the Java consumer" ${JAVAC} -Xlint:all -Werror -cp ${jar}
+      -d ${WORK_DIR}/java ${consumer_dir}/Consumer.java)
+  string(REGEX MATCHALL "planes [^\n]*\n" planes_lines "${expected}")
+  string(REPLACE ";" "" expected "${planes_lines}")
+  set(env ${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH --unset=ANDROID_LOG_TAGS)
+  set(java ${JAVA} -Djava.library.path=${prefix}/${LIBDIR} -cp ${jar}:${WORK_DIR}/java Consumer)
+  expect_same_output(Java ${env} ${java})
+  # The instance that never took a frame closed without a line of its own.
+  expect_log(Java "I/VideoHDR: TQ0530 V_HDR Process 0\\.\\.\\., 80\n")
+  expect_same_output("Java, ANDROID_LOG_TAGS=*:w" ${env} "ANDROID_LOG_TAGS=*:w" ${java})
+  expect_log("Java, ANDROID_LOG_TAGS=*:w" "")
+endif()

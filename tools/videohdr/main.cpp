@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 
 #include "commands.h"
 #include "host_log.h"
@@ -14,6 +15,17 @@
 namespace {
 
 constexpr int kUsageError = 2;
+
+// The bundled photographs: installed beside the tool (VIDEOHDR_PHOTOS_FROM_BIN
+// from the directory of the running program), else the source tree's.
+std::string bundledPhotos() {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const fs::path program = fs::read_symlink("/proc/self/exe", error);
+  const fs::path installed = program.parent_path() / VIDEOHDR_PHOTOS_FROM_BIN;
+  if (!error && fs::is_directory(installed, error)) return installed.lexically_normal().string();
+  return VIDEOHDR_PHOTOS_DIR;
+}
 
 void addProcessOptions(CLI::App &app, vhtool::ProcessOptions &o, std::string &format) {
   app.add_option("input", o.input,
@@ -65,7 +77,7 @@ int main(int argc, char **argv) {
 
   app.fallthrough();  // commands made from here on pass --log and --quiet up
   vhtool::DemoOptions demo;
-  demo.photosDir = VIDEOHDR_PHOTOS_DIR;
+  demo.photosDir = bundledPhotos();
   CLI::App *demoCommand =
       app.add_subcommand("demo",
                          "build a shaken clip from the bundled photographs, run it "
