@@ -58,7 +58,10 @@ struct Plane {
 // The plane's first byte, or null after throwing: the buffer must be there,
 // direct and writable.
 uint8_t *writableAddress(JNIEnv *env, const char *name, jobject buffer) {
-  if (!buffer) return throwNew(env, "java/lang/NullPointerException", "%s is null", name), nullptr;
+  if (!buffer) {
+    throwNew(env, "java/lang/NullPointerException", "%s is null", name);
+    return nullptr;
+  }
   auto *address = static_cast<uint8_t *>(env->GetDirectBufferAddress(buffer));
   if (!address) {
     throwNew(env, kIllegalArgument, "%s is not a direct ByteBuffer", name);
@@ -115,7 +118,10 @@ bool checkFrame(JNIEnv *env, const FrameArgs &a, Plane planes[3]) {
   const int32_t strides =
       videohdr_planes_plane_bytes(a.width, a.height, a.yRowStride, a.uvRowStride, a.uvPixelStride,
                                   &planes[0].bytes, &planes[1].bytes);
-  if (strides != VIDEOHDR_PLANES_OK) return throwStrides(env, strides, a), false;
+  if (strides != VIDEOHDR_PLANES_OK) {
+    throwStrides(env, strides, a);
+    return false;
+  }
   planes[2].bytes = planes[1].bytes;
   char yLayout[64], uvLayout[96];
   std::snprintf(yLayout, sizeof yLayout, "yRowStride %d, %dx%d", a.yRowStride, a.width, a.height);
