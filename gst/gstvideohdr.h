@@ -1,7 +1,8 @@
 /*
- * videohdr: the GStreamer element. Fuses NV12/NV21 video shot with
- * alternating exposures in place, frame by frame, through the camera-plane
- * entry point (videohdr_planes.h).
+ * videohdr: the GStreamer element. Fuses 4:2:0 video (NV12, NV21, I420,
+ * YV12) shot with alternating exposures, frame by frame, through the
+ * camera-plane entry point (videohdr_planes.h): in place where it can, else
+ * from the read-only input into the output.
  */
 #ifndef GST_VIDEO_HDR_H
 #define GST_VIDEO_HDR_H

@@ -1,17 +1,21 @@
 # The demo clip through the element in a file pipeline, compared byte for byte
-# with what the tool made of the same clip:
-#   videohdr demo --frames 8        input.y4m and the tool's output.y4m
-#   input.y4m  -> NV12 -> ELEMENT   element.nv12
-#   output.y4m -> NV12              tool.nv12
+# with what the tool made of the same clip, the element given and giving
+# FORMAT (NV12 or I420):
+#   videohdr demo --frames 8                          input.y4m, the tool's output.y4m
+#   input.y4m  -> FORMAT -> ELEMENT -> FORMAT -> NV12   element.nv12
+#   output.y4m -> FORMAT -> NV12                        tool.nv12
 # Y4M is read without y4mdec (gst-plugins-bad): past its header line a Y4M
 # file is frames of a "FRAME\n" line followed by the I420 planes, which
 # rawvideoparse takes with the planes 6 bytes into each frame. videoconvert
-# only interleaves the chroma planes into NV12, as the tool's reader does.
+# only interleaves the chroma planes into NV12, as the tool's reader does (and
+# passes I420 on as it is). The element packs I420's chroma U first, as the
+# tool's reader does too.
 # Run by CTest as:
-#   cmake -DLAUNCH=gst-launch-1.0 -DTOOL=videohdr -DELEMENT=videohdr -DWORK_DIR=... -P this-file
+#   cmake -DLAUNCH=gst-launch-1.0 -DTOOL=videohdr -DELEMENT=videohdr -DFORMAT=NV12 \
+#         -DWORK_DIR=... -P this-file
 # with GST_PLUGIN_PATH at the plugin.
 cmake_minimum_required(VERSION 3.16)
-foreach(var LAUNCH TOOL ELEMENT WORK_DIR)
+foreach(var LAUNCH TOOL ELEMENT FORMAT WORK_DIR)
   if(NOT DEFINED ${var})
     message(FATAL_ERROR "check_file_round_trip.cmake: ${var} is not set")
   endif()
@@ -51,13 +55,14 @@ function(y4m_to_nv12 y4m filters nv12)
   separate_arguments(filters UNIX_COMMAND "${filters}")
   run("the pipeline from ${y4m}" ${LAUNCH} -q filesrc location=${nv12}.frames
       ! rawvideoparse format=i420 width=${w} height=${h} frame-size=${frame_bytes}
-        plane-offsets=<6,${u},${v}> ! videoconvert ! video/x-raw,format=NV12 ${filters}
-      ! filesink location=${nv12})
+        plane-offsets=<6,${u},${v}> ! videoconvert ! video/x-raw,format=${FORMAT} ${filters}
+      ! videoconvert ! video/x-raw,format=NV12 ! filesink location=${nv12})
   math(EXPR nv12_frame_bytes "${w} * ${h} * 3 / 2")
   set(nv12_frame_bytes ${nv12_frame_bytes} PARENT_SCOPE)
 endfunction()
 
-y4m_to_nv12(${WORK_DIR}/input.y4m "! ${ELEMENT}" ${WORK_DIR}/element.nv12)
+y4m_to_nv12(${WORK_DIR}/input.y4m "! ${ELEMENT} ! video/x-raw,format=${FORMAT}"
+            ${WORK_DIR}/element.nv12)
 y4m_to_nv12(${WORK_DIR}/output.y4m "" ${WORK_DIR}/tool.nv12)
 execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${WORK_DIR}/element.nv12
                         ${WORK_DIR}/tool.nv12 RESULT_VARIABLE differ)
@@ -69,4 +74,4 @@ math(EXPR clip_bytes "${frames} * ${nv12_frame_bytes}")
 if(NOT bytes EQUAL clip_bytes)
   message(FATAL_ERROR "${bytes} bytes of frames, not the ${clip_bytes} of ${frames} frames")
 endif()
-message(STATUS "${ELEMENT}: the same ${frames} frames as the tool")
+message(STATUS "${ELEMENT}: the same ${frames} frames as the tool (${FORMAT})")
