@@ -13,11 +13,12 @@
  * The library's state holds the previous frame, so everything that breaks the
  * run of consecutive input frames starts a new sequence whose first frame
  * only primes the state and passes unchanged: input caps that change, a
- * flush, and re-enabling after frames went by untouched. A discontinuity
- * alone (a camera that dropped a frame) does not: the frame before the gap
- * still aligns and fuses, where a new sequence would show one exposure
- * unfused. Neither do output caps that change alone: the input frames still
- * follow each other.
+ * flush, a new stream, and re-enabling after frames went by untouched. The
+ * state is restarted then, not made again, unless the size changes. A
+ * discontinuity alone (a camera that dropped a frame) does not: the frame
+ * before the gap still aligns and fuses, where a new sequence would show one
+ * exposure unfused. Neither do output caps that change alone: the input
+ * frames still follow each other.
  */
 #include "gstvideohdr.h"
 
@@ -158,10 +159,11 @@ static gboolean gst_video_hdr_writable(GstBuffer *buffer) {
   return TRUE;
 }
 
-/* In place for a writable input of the output's format. Every other input
+/* In place for a writable input of the output's format; every other input
  * goes out of place into a buffer GstBaseTransform allocates (from the
- * negotiated pool), where it would copy an input that is not writable and
- * then have it fused in place. */
+ * negotiated pool). For an element that may work in place, GstBaseTransform
+ * would instead copy an input that is not writable and have the copy fused
+ * in place: one copy of the frame more. */
 static GstFlowReturn gst_video_hdr_prepare_output_buffer(GstBaseTransform *trans, GstBuffer *inbuf,
                                                          GstBuffer **outbuf) {
   GstVideoHdr *self = GST_VIDEO_HDR(trans);
