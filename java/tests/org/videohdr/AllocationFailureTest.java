@@ -31,24 +31,21 @@ public class AllocationFailureTest {
     return recording ? hdr.process(in.readOnlyPlanes(), out.planes()) : in.process(hdr);
   }
 
-  /** Frame n through the in-place call or the recording call: the planes with the result. */
-  private static ByteBuffer[] result(VideoHdr hdr, int n, boolean recording) {
-    Camera in = input(n), out = output();
-    process(hdr, in, out, recording);
-    return recording ? out.buffers : in.buffers;
-  }
-
-  private static void expectUndisturbedFrames(
-      String at, VideoHdr hdr, ByteBuffer[][] expected, boolean recording) {
-    for (int n = 0; n < expected.length; ++n) {
-      assertArrayEquals(at, expected[n], result(hdr, n, recording));
+  /** Frames 0 and 1 through the call, each into planes of its own: the planes of the results. */
+  private static ByteBuffer[][] twoFrames(VideoHdr hdr, boolean recording) {
+    ByteBuffer[][] results = new ByteBuffer[2][];
+    for (int n = 0; n < 2; ++n) {
+      Camera in = input(n), out = output();
+      process(hdr, in, out, recording);
+      results[n] = recording ? out.buffers : in.buffers;
     }
+    return results;
   }
 
   private static void failEachAllocationInTurn(boolean recording) {
-    ByteBuffer[][] expected = new ByteBuffer[2][];
+    ByteBuffer[][] expected;
     try (VideoHdr hdr = new VideoHdr(W, H)) {
-      for (int n = 0; n < 2; ++n) expected[n] = result(hdr, n, recording);
+      expected = twoFrames(hdr, recording);
     }
     int createErrors = 0, frameErrors = 0;
     for (int n = 1; ; ++n) {
@@ -62,7 +59,7 @@ public class AllocationFailureTest {
         assertEquals(at, "1040x64 frames: out of memory", e.getMessage());
         ++createErrors;
         try (VideoHdr again = new VideoHdr(W, H)) {
-          expectUndisturbedFrames(at, again, expected, recording);
+          assertArrayEquals(at, expected, twoFrames(again, recording));
         }
       }
       if (hdr != null) {
@@ -77,7 +74,7 @@ public class AllocationFailureTest {
             ++frameErrors;
             assertArrayEquals(at, input(0).buffers, in.buffers);
             assertArrayEquals(at, output().buffers, out.buffers);
-            expectUndisturbedFrames(at, h, expected, recording);
+            assertArrayEquals(at, expected, twoFrames(h, recording));
           }
         }
       }

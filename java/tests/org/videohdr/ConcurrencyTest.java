@@ -4,7 +4,11 @@ import static org.junit.Assert.assertArrayEquals;
 import static org.junit.Assert.assertEquals;
 
 import java.nio.ByteBuffer;
-import java.util.concurrent.atomic.AtomicReference;
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.ExecutorService;
+import java.util.concurrent.Executors;
+import java.util.concurrent.Future;
 import java.util.function.Supplier;
 import org.junit.Test;
 import org.videohdr.VideoHdrTest.Camera;
@@ -23,22 +27,20 @@ public class ConcurrencyTest {
   }
 
   /** Runs each task on a thread of its own and fails with the first task's failure. */
-  static void runTogether(Task... tasks) throws InterruptedException {
-    AtomicReference<Throwable> failure = new AtomicReference<>();
-    Thread[] threads = new Thread[tasks.length];
-    for (int i = 0; i < tasks.length; ++i) {
-      Task task = tasks[i];
-      threads[i] = new Thread(() -> {
-        try {
-          task.run();
-        } catch (Throwable t) {
-          failure.compareAndSet(null, t);
-        }
-      });
-      threads[i].start();
+  static void runTogether(Task... tasks) throws Exception {
+    ExecutorService pool = Executors.newFixedThreadPool(tasks.length);
+    try {
+      List<Future<?>> running = new ArrayList<>();
+      for (Task t : tasks) {
+        running.add(pool.submit(() -> {
+          t.run();
+          return null;
+        }));
+      }
+      for (Future<?> f : running) f.get(); // throws what the task threw
+    } finally {
+      pool.shutdown();
     }
-    for (Thread t : threads) t.join();
-    if (failure.get() != null) throw new AssertionError(failure.get());
   }
 
   /** One call: the output must be a copy of the frame (primed) or its fusion with itself. */
@@ -54,7 +56,7 @@ public class ConcurrencyTest {
    * close every call gives what it gives on one thread; after it, every call throws.
    */
   @Test
-  public void oneInstanceTakesRacingCallsAndACloseUnderThem() throws InterruptedException {
+  public void oneInstanceTakesRacingCallsAndACloseUnderThem() throws Exception {
     Planes frame = new Camera(W, H, 1088, 1088, Chroma.NV21)
         .write(VideoHdrTest.packedScene(W, H, 0)).readOnlyPlanes();
     Supplier<Camera> output = () -> new Camera(W, H, W, W / 2, Chroma.I420);
@@ -91,7 +93,7 @@ public class ConcurrencyTest {
 
   /** Instances on three threads at once give the bytes one instance gives alone. */
   @Test
-  public void instancesInParallelGiveTheSameBytes() throws InterruptedException {
+  public void instancesInParallelGiveTheSameBytes() throws Exception {
     Supplier<Camera> camera = () -> new Camera(W, H, 1088, 1088, Chroma.NV21);
     ByteBuffer[][] expected = new ByteBuffer[6][];
     try (VideoHdr alone = new VideoHdr(W, H)) {
