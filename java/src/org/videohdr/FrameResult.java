@@ -5,9 +5,12 @@ public final class FrameResult {
   public enum Status {
     /** The frame now holds the fused result. */
     PROCESSED,
-    /** The first frame: taken to prime the instance, left unchanged. */
+    /** The first frame: taken to prime the instance, left unchanged (or copied to the output). */
     PRIMED,
-    /** The library did not take the frame (out of memory on its first frame); unchanged. */
+    /**
+     * The library did not take the frame (out of memory on its first frame); unchanged (or copied
+     * to the output).
+     */
     REFUSED
   }
 
@@ -55,7 +58,10 @@ public final class FrameResult {
     return currentBrighter;
   }
 
-  /** Whether the planes were processed where they lie, without a copy. */
+  /**
+   * Whether the planes were processed where they lie, without a copy; for the recording call,
+   * whether the output planes were, with the input packed into them.
+   */
   public boolean inPlace() {
     return inPlace;
   }
