@@ -175,13 +175,19 @@ bool FrameReader::readY4mFrame(Frame *frame) {
   const size_t expected = y4mFrameDataBytes(g.width, g.height);
   if (end == LineEnd::kInputEndsInside) truncated(0, expected);
   const std::string magic = kY4mFrameMagic;
-  if (end == LineEnd::kTooLong || line.compare(0, magic.size(), magic) != 0 ||
+  const auto at = [&] {
+    return name() + ": frame " + std::to_string(framesRead_) + " at byte " +
+           std::to_string(lineStart);
+  };
+  if (line.compare(0, magic.size(), magic) != 0 ||
       (line.size() > magic.size() && line[magic.size()] != ' ')) {
     // Most often the frames before are not the size the header says.
-    throw ToolError(name() + ": frame " + std::to_string(framesRead_) + " at byte " +
-                    std::to_string(lineStart) + ": expected a FRAME line, found '" + quoted(line) +
-                    "' (a frame of " + std::to_string(g.width) + "x" + std::to_string(g.height) +
-                    " 4:2:0 is " + std::to_string(expected) + " bytes)");
+    throw ToolError(at() + ": expected a FRAME line, found '" + quoted(line) + "' (a frame of " +
+                    std::to_string(g.width) + "x" + std::to_string(g.height) + " 4:2:0 is " +
+                    std::to_string(expected) + " bytes)");
+  }
+  if (end == LineEnd::kTooLong) {
+    throw ToolError(at() + ": FRAME line longer than " + std::to_string(kY4mMaxLine) + " bytes");
   }
   frame->y4mParams = line.substr(magic.size());
 

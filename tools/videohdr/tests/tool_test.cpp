@@ -585,13 +585,16 @@ TEST_F(ToolTest, TruncatedRawAndBrokenFrameHeaders) {
   EXPECT_NE(r.err.find("frame 2 is truncated (74780 of 74880 bytes)"), std::string::npos) << r.err;
   EXPECT_EQ(readFile(path("out.nv12")), rawStream({expected[0], expected[1]}));
 
-  std::string stream = y4mStream(y4mHeader(kWide), {frames[0]}, kWide) + "FRAMX\n";
-  r = runY4m(stream);
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("frame 1 at byte 74929: expected a FRAME line, found 'FRAMX' (a frame "
-                       "of 1040x48 4:2:0 is 74880 bytes)"),
-            std::string::npos)
-      << r.err;
+  const std::string first = y4mStream(y4mHeader(kWide), {frames[0]}, kWide);
+  for (const auto &[line, message] :
+       {std::pair<std::string, std::string>{"FRAMX\n",
+                                            "expected a FRAME line, found 'FRAMX' (a "
+                                            "frame of 1040x48 4:2:0 is 74880 bytes)"},
+        {"FRAME " + std::string(5000, 'X'), "FRAME line longer than 4096 bytes"}}) {
+    r = runY4m(first + line);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("in.y4m: frame 1 at byte 74929: " + message), std::string::npos) << r.err;
+  }
 }
 
 std::vector<std::string> y4mFrames(const std::string &stream, const Layout &l,
