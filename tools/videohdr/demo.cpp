@@ -3,7 +3,6 @@
 // how well the motion search recovered the shake.
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <map>
 

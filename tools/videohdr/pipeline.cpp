@@ -97,7 +97,7 @@ RunSummary processStream(FrameReader &reader, const FrameLayout &output, FrameWr
   RunSummary summary;
   Frame frame = makeFrame(input);
   // A separate output frame only when the layouts differ: otherwise the
-  // frame is processed where it was read, with no copy.
+  // frame is processed where it was read.
   Frame converted = output == input ? Frame() : makeFrame(output);
   Frame &result = output == input ? frame : converted;
   while (reader.read(&frame)) {
