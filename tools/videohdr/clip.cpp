@@ -224,6 +224,10 @@ ClipPlan planClip(std::vector<Scene> scenes, int32_t frames, int32_t amplitude) 
   return plan;
 }
 
+FrameLayout clipLayout(const ClipPlan &plan) {
+  return packedLayout(PixelFormat::kI420, plan.geometry.width, plan.geometry.height);
+}
+
 void renderFrame(const ClipPlan &plan, int32_t index, Frame *frame) {
   const Scene &scene = plan.scenes[plan.sceneOf(index)];
   const ArgbImage &photo = ClipPlan::isBright(index) ? scene.bright : scene.dark;
@@ -231,17 +235,18 @@ void renderFrame(const ClipPlan &plan, int32_t index, Frame *frame) {
   const int32_t x = (photo.width - g.width) / 2 + plan.shake[index].x;
   const int32_t y = (photo.height - g.height) / 2 + plan.shake[index].y;
   const uint8_t *origin = photo.pixels.data() + static_cast<size_t>(y) * photo.stride() + x * 4;
-  libyuv::ARGBToNV12(origin, photo.stride(), frame->data(), g.stride,
-                     frame->data() + g.chromaOffset(), g.stride, g.width, g.height);
+  const Planes p = planesOf(clipLayout(plan), frame->data());
+  libyuv::ARGBToI420(origin, photo.stride(), p.y, p.yRowStride, p.u, p.uvRowStride, p.v,
+                     p.uvRowStride, g.width, g.height);
 }
 
 void writeClip(const ClipPlan &plan, const std::string &path) {
   StreamInfo info;
-  info.geometry = plan.geometry;
-  info.y4mHeader = std::string(kY4mMagic) + " W" + std::to_string(plan.geometry.width) + " H" +
-                   std::to_string(plan.geometry.height) + " F30:1 Ip A1:1 C420jpeg";
+  info.y4m = true;
+  info.frame = clipLayout(plan);
+  info.y4mHeader = y4mStreamHeader(plan.geometry.width, plan.geometry.height);
   FrameWriter writer(path, info);
-  Frame frame = makeFrame(plan.geometry);
+  Frame frame = makeFrame(info.frame);
   for (int32_t n = 0; n < plan.frames(); ++n) {
     renderFrame(plan, n, &frame);
     writer.write(frame);

@@ -62,7 +62,10 @@ struct ClipPlan {
 // for the library's frame buffers are scaled down first. Throws ToolError.
 ClipPlan planClip(std::vector<Scene> scenes, int32_t frames, int32_t amplitude);
 
-// Renders frame `index` into `frame` (the library's layout, NV12).
+// The layout of the clip's frames: packed I420, as Y4M holds them.
+FrameLayout clipLayout(const ClipPlan &plan);
+
+// Renders frame `index` into `frame` (of clipLayout).
 void renderFrame(const ClipPlan &plan, int32_t index, Frame *frame);
 
 // The clip as Y4M ("-" for standard output).

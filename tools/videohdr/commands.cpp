@@ -10,16 +10,6 @@
 namespace vhtool {
 namespace {
 
-Geometry rawGeometry(const ProcessOptions &options) {
-  Geometry g;
-  if (!parseSize(options.size, &g.width, &g.height)) {
-    throw ToolError("--size '" + options.size + "' is not WxH (for example 1920x1080)");
-  }
-  g.stride = options.stride ? options.stride : g.width;
-  g.scanline = options.scanline ? options.scanline : g.height;
-  return g;
-}
-
 // Whether two paths name one file: the same file when both exist, else the
 // same path once made absolute (an output not created yet).
 bool sameFile(const std::string &a, const std::string &b) {
@@ -56,22 +46,27 @@ void requireGeometry(const Geometry &g, const std::string &source) {
   }
 }
 
+// The output as asked for; by default the input's stream format.
+StreamInfo outputOf(const ProcessOptions &o, const StreamInfo &input) {
+  if (o.outFormat.empty()) return outputStream(input, input.y4m, input.frame.format);
+  const bool y4m = o.outFormat == "y4m";
+  return outputStream(input, y4m, y4m ? PixelFormat::kI420 : formatNamed(o.outFormat));
+}
+
 int runProcess(const ProcessOptions &options) {
-  const bool raw = options.layout != Layout::kY4m;
   refuseOverwriting(options);
-  // Y4M frames are padded in memory only: the stream keeps its own layout.
-  const Geometry geometry =
-      raw ? rawGeometry(options) : Geometry{0, 0, options.stride, options.scanline};
-  FrameReader reader(options.input, options.layout, geometry);
-  requireGeometry(reader.info().geometry, reader.name());
+  FrameReader reader =
+      openInput(options.input, options.size, options.format, options.stride, options.scanline);
+  requireGeometry(reader.info().frame.geometry, reader.name());
 
   // Opened, not yet written: processStream opens the stats file before the
   // first frame empties either.
-  FrameWriter writer(options.output, reader.info());
+  const StreamInfo output = outputOf(options, reader.info());
+  FrameWriter writer(options.output, output);
   RunOptions run;
   run.statsPath = options.statsPath;
   run.progress = options.progress;
-  const RunSummary summary = processStream(reader, &writer, run);
+  const RunSummary summary = processStream(reader, output.frame, &writer, run);
   writer.finish();
   if (options.progress || !options.statsPath.empty()) {
     std::fprintf(stderr, "videohdr: %s\n", summaryLine(summary).c_str());

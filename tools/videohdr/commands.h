@@ -13,8 +13,10 @@ namespace vhtool {
 struct ProcessOptions {
   std::string input;
   std::string output;
-  Layout layout = Layout::kY4m;
-  std::string size;  // WxH of raw frames
+  std::string size;                         // WxH of raw frames; empty for Y4M input
+  PixelFormat format = PixelFormat::kNv12;  // of raw input
+  // "y4m", or a pixel format name for raw output; empty: the input's.
+  std::string outFormat;
   // Bytes per luma row and rows from the frame start to the chroma plane (0:
   // the width and the height): of the raw stream's frames, or of the padded
   // frames a Y4M stream is laid out in before processing.

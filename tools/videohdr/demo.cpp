@@ -3,7 +3,6 @@
 // how well the motion search recovered the shake.
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <map>
 
@@ -27,32 +26,35 @@ class ContactSheet {
   static constexpr int32_t kGap = 8;
   static constexpr uint8_t kBackground = 40;
 
-  ContactSheet(const Geometry &frame, int32_t rows)
+  // Frames of `frame`, packed I420.
+  ContactSheet(const FrameLayout &frame, int32_t rows)
       : frame_(frame),
-        thumbWidth_((frame.width / 2) & ~1),
-        thumbHeight_((frame.height / 2) & ~1),
+        thumbWidth_((frame.geometry.width / 2) & ~1),
+        thumbHeight_((frame.geometry.height / 2) & ~1),
         width_(kColumns * thumbWidth_ + (kColumns + 1) * kGap),
         height_(rows * thumbHeight_ + (rows + 1) * kGap),
         rgb_(static_cast<size_t>(width_) * height_ * 3, kBackground),
         thumb_(static_cast<size_t>(thumbWidth_) * thumbHeight_ * 3 / 2) {}
 
-  void place(int32_t row, int32_t column, const Frame &frame) {
-    uint8_t *thumbY = thumb_.data();
-    uint8_t *thumbUv = thumbY + static_cast<size_t>(thumbWidth_) * thumbHeight_;
-    libyuv::NV12Scale(frame.data(), frame_.stride, frame.data() + frame_.chromaOffset(),
-                      frame_.stride, frame_.width, frame_.height, thumbY, thumbWidth_, thumbUv,
-                      thumbWidth_, thumbWidth_, thumbHeight_, libyuv::kFilterBox);
+  void place(int32_t row, int32_t column, Frame &frame) {
+    const Planes in = planesOf(frame_, frame.data());
+    const Planes t =
+        planesOf(packedLayout(PixelFormat::kI420, thumbWidth_, thumbHeight_), thumb_.data());
+    const Geometry &g = frame_.geometry;
+    libyuv::I420Scale(in.y, in.yRowStride, in.u, in.uvRowStride, in.v, in.uvRowStride, g.width,
+                      g.height, t.y, t.yRowStride, t.u, t.uvRowStride, t.v, t.uvRowStride,
+                      thumbWidth_, thumbHeight_, libyuv::kFilterBox);
     const int32_t x = kGap + column * (thumbWidth_ + kGap);
     const int32_t y = kGap + row * (thumbHeight_ + kGap);
     uint8_t *cell = rgb_.data() + (static_cast<size_t>(y) * width_ + x) * 3;
-    libyuv::NV12ToRAW(thumbY, thumbWidth_, thumbUv, thumbWidth_, cell, width_ * 3, thumbWidth_,
-                      thumbHeight_);
+    libyuv::I420ToRAW(t.y, t.yRowStride, t.u, t.uvRowStride, t.v, t.uvRowStride, cell, width_ * 3,
+                      thumbWidth_, thumbHeight_);
   }
 
   void save(const std::string &path) const { writePng(path, rgb_.data(), width_, height_); }
 
  private:
-  Geometry frame_;
+  FrameLayout frame_;
   int32_t thumbWidth_, thumbHeight_, width_, height_;
   std::vector<uint8_t> rgb_;
   std::vector<uint8_t> thumb_;
@@ -108,39 +110,29 @@ struct PaddedRun {
   int32_t frames = 0, samePixels = 0;
 };
 
-bool samePixels(const Frame &a, const Geometry &ga, const Frame &b, const Geometry &gb) {
-  auto sameRows = [&](size_t offsetA, size_t offsetB, int32_t rows) {
-    for (int32_t r = 0; r < rows; ++r) {
-      if (std::memcmp(a.data() + offsetA + static_cast<size_t>(r) * ga.stride,
-                      b.data() + offsetB + static_cast<size_t>(r) * gb.stride, ga.width) != 0)
-        return false;
-    }
-    return true;
-  };
-  return sameRows(0, 0, ga.height) && sameRows(ga.chromaOffset(), gb.chromaOffset(), ga.height / 2);
-}
-
-// Runs `input` padded and compares every frame with `output` and every shift
-// with `packed`, the stats of the packed run.
-PaddedRun runPadded(const std::string &input, const std::string &output, const Geometry &g,
+// Runs `input` padded (into frames of the packed run's `layout`) and compares
+// every frame with `output` and every shift with `packed`, the stats of the
+// packed run.
+PaddedRun runPadded(const std::string &input, const std::string &output, const FrameLayout &layout,
                     const std::vector<FrameStats> &packed) {
   PaddedRun run;
+  const Geometry &g = layout.geometry;
   run.geometry = {g.width, g.height, g.width + kPadBytes, g.height + kPadRows};
-  FrameReader reader(input, Layout::kY4m, run.geometry);
-  FrameReader expectedReader(output, Layout::kY4m, Geometry());
-  Frame expected = makeFrame(g);
+  FrameReader reader(input, true, {PixelFormat::kNv12, run.geometry});
+  FrameReader expectedReader(output, true, FrameLayout());
+  Frame expected = makeFrame(expectedReader.info().frame);
   RunOptions options;
   options.onFrame = [&](const FrameStats &s, const Frame &frame) {
     if (!expectedReader.read(&expected)) throw ToolError(output + " ends early");
     ++run.frames;
-    run.samePixels += samePixels(frame, run.geometry, expected, g);
+    run.samePixels += frame.bytes == expected.bytes;
     if (!s.fused) return;
     const FrameStats &p = packed.at(static_cast<size_t>(s.index));
     ++run.fused;
     run.sameShifts += s.foundDx == p.foundDx && s.foundDy == p.foundDy &&
                       s.appliedDx == p.appliedDx && s.appliedDy == p.appliedDy;
   };
-  processStream(reader, nullptr, options);
+  processStream(reader, layout, nullptr, options);
   return run;
 }
 
@@ -208,14 +200,15 @@ int runDemo(const DemoOptions &options) {
       if (n == s.index) fused[n] = frame;
     }
   };
-  FrameReader reader(input, Layout::kY4m, Geometry());
-  FrameWriter writer((dir / "output.y4m").string(), reader.info());
-  const RunSummary summary = processStream(reader, &writer, run);
+  FrameReader reader(input, true, FrameLayout());
+  const StreamInfo output = outputStream(reader.info(), true, PixelFormat::kI420);
+  FrameWriter writer((dir / "output.y4m").string(), output);
+  const RunSummary summary = processStream(reader, output.frame, &writer, run);
   writer.finish();
-  const PaddedRun padded = runPadded(input, (dir / "output.y4m").string(), plan.geometry, stats);
+  const PaddedRun padded = runPadded(input, (dir / "output.y4m").string(), output.frame, stats);
 
-  ContactSheet sheet(plan.geometry, static_cast<int32_t>(contact.size()));
-  Frame frame = makeFrame(plan.geometry);
+  ContactSheet sheet(clipLayout(plan), static_cast<int32_t>(contact.size()));
+  Frame frame = makeFrame(clipLayout(plan));
   for (size_t row = 0; row < contact.size(); ++row) {
     const int32_t n = contact[row];
     for (int32_t shown : {n, n - 1}) {

@@ -1,126 +1,93 @@
 #include "frame_io.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
-
-#include "libyuv/planar_functions.h"
 #include "tool_error.h"
 #include "y4m.h"
 
 namespace vhtool {
 namespace {
 
-constexpr size_t kStdioBuffer = 1 << 20;
-
 enum class LineEnd { kLine, kEndOfInput, kInputEndsInside, kTooLong };
 
-// Reads up to the next newline (not stored) or kY4mMaxLine bytes.
-LineEnd readLine(FILE *file, std::string *line) {
+// Reads up to the next newline (not stored) or kY4mMaxLine bytes; adds the
+// bytes taken to *position.
+LineEnd readLine(FILE *file, std::string *line, uint64_t *position) {
   line->clear();
   for (;;) {
     const int c = std::getc(file);
     if (c == EOF) return line->empty() ? LineEnd::kEndOfInput : LineEnd::kInputEndsInside;
+    ++*position;
     if (c == '\n') return LineEnd::kLine;
     if (line->size() == kY4mMaxLine) return LineEnd::kTooLong;
     line->push_back(static_cast<char>(c));
   }
 }
 
-// A file to write, opened without emptying it: created when missing (then
-// *created is set), else opened as it is. -1 with errno on failure.
-int openForWriting(const std::string &path, bool *created) {
-  int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  *created = fd >= 0;
-  if (fd < 0 && errno == EEXIST) fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
-  return fd;
+FrameLayout rawLayout(const std::string &size, PixelFormat format, int32_t stride,
+                      int32_t scanline) {
+  Geometry g;
+  if (!parseSize(size, &g.width, &g.height)) {
+    throw ToolError("--size '" + quoted(size) + "' is not WxH (for example 1920x1080)");
+  }
+  // Raw I420 comes from ffmpeg and other tools, packed; only a camera's
+  // semi-planar buffers are described with their padding here.
+  if (format == PixelFormat::kI420 && (stride || scanline)) {
+    throw ToolError(
+        "--stride and --scanline describe nv12 and nv21 frames; i420 frames are read "
+        "packed");
+  }
+  g.stride = stride ? stride : g.width;
+  g.scanline = scanline ? scanline : g.height;
+  return {format, g};
 }
 
 }  // namespace
 
-Stream::Stream(const std::string &path, bool write) {
-  if (path == "-") {
-    name_ = write ? "standard output" : "standard input";
-    file_ = write ? stdout : stdin;
-    started_ = true;
-  } else {
-    path_ = name_ = path;
-    if (write) {
-      const int fd = openForWriting(path, &created_);
-      file_ = fd >= 0 ? fdopen(fd, "wb") : nullptr;
-      if (fd >= 0 && !file_) ::close(fd);
-    } else {
-      file_ = std::fopen(path.c_str(), "rb");
-      started_ = true;
-    }
-    if (!file_) {
-      throw ToolError("cannot open '" + path + "'" + (write ? " for writing" : "") + ": " +
-                      std::strerror(errno));
-    }
-    owned_ = true;
-  }
-  std::setvbuf(file_, nullptr, _IOFBF, kStdioBuffer);
-}
-
-Stream::~Stream() {
-  if (owned_ && file_) std::fclose(file_);
-  if (created_ && !started_) std::remove(path_.c_str());
-}
-
-void Stream::start() {
-  if (started_) return;
-  started_ = true;
-  // Only a regular file has contents to replace; a pipe or a device (such as
-  // /dev/null) is written as it is.
-  struct stat st;
-  const int fd = fileno(file_);
-  if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && ftruncate(fd, 0) != 0) {
-    throw ToolError("cannot write " + name_ + ": " + std::strerror(errno));
-  }
-}
-
-void Stream::put(const void *bytes, size_t count) {
-  start();
-  if (std::fwrite(bytes, 1, count, file_) == count) return;
-  checkError("write");
-  throw ToolError("cannot write " + name_);
-}
-
-void Stream::checkError(const char *what) const {
-  if (std::ferror(file_)) {
-    throw ToolError("cannot " + std::string(what) + " " + name_ + ": " + std::strerror(errno));
-  }
-}
-
-void Stream::close() {
-  if (!file_) return;
-  start();
-  const bool failed = std::fflush(file_) != 0 || std::ferror(file_);
-  const int error = errno;
-  if (owned_) std::fclose(file_);
-  file_ = nullptr;
-  if (failed) throw ToolError("cannot write " + name_ + ": " + std::strerror(error));
-}
-
-Frame makeFrame(const Geometry &g) {
+Frame makeFrame(const FrameLayout &layout) {
   Frame frame;
-  frame.bytes.assign(g.frameBytes() + kFrameSlack, 0);
+  frame.bytes.assign(layout.frameBytes(), 0);
   return frame;
 }
 
-FrameReader::FrameReader(const std::string &path, Layout layout, const Geometry &geometry)
-    : stream_(path, false) {
-  info_.layout = layout;
-  if (layout == Layout::kY4m) {
-    readY4mHeader(geometry);
+FrameReader openInput(const std::string &path, const std::string &size, PixelFormat format,
+                      int32_t stride, int32_t scanline) {
+  if (size.empty()) return FrameReader(path, true, {PixelFormat::kNv12, {0, 0, stride, scanline}});
+  return FrameReader(path, false, rawLayout(size, format, stride, scanline));
+}
+
+StreamInfo outputStream(const StreamInfo &input, bool y4m, PixelFormat format) {
+  const Geometry &g = input.frame.geometry;
+  StreamInfo output;
+  output.y4m = y4m;
+  if (y4m) {
+    output.frame = packedLayout(PixelFormat::kI420, g.width, g.height);
+    output.y4mHeader = input.y4m ? input.y4mHeader : y4mStreamHeader(g.width, g.height);
+  } else if (!input.y4m && input.frame.format == format) {
+    output.frame = input.frame;
   } else {
-    refuseEmptyInput();
-    info_.geometry = geometry;
-    estimateFrames(0);
+    output.frame = packedLayout(format, g.width, g.height);
   }
+  return output;
+}
+
+FrameReader::FrameReader(const std::string &path, bool y4m, const FrameLayout &layout)
+    : stream_(path, false) {
+  info_.y4m = y4m;
+  if (y4m) {
+    readY4mHeader(layout.geometry);
+    requireGeometry();
+  } else {
+    info_.frame = layout;
+    requireGeometry();
+    refuseEmptyInput();
+  }
+  estimateFrames(position_);
+}
+
+void FrameReader::requireGeometry() const {
+  const GeometryCheck check = checkGeometry(info_.frame.geometry);
+  if (!check.error.empty()) throw ToolError(name() + ": " + check.error);
 }
 
 // An empty input is an error in either layout (a Y4M stream without even its
@@ -135,7 +102,7 @@ void FrameReader::refuseEmptyInput() {
 
 void FrameReader::readY4mHeader(const Geometry &padding) {
   std::string line;
-  const LineEnd end = readLine(stream_.file(), &line);
+  const LineEnd end = readLine(stream_.file(), &line, &position_);
   stream_.checkError("read");
   if (end == LineEnd::kEndOfInput) throw ToolError(name() + ": empty input");
   Y4mHeader header;
@@ -148,21 +115,23 @@ void FrameReader::readY4mHeader(const Geometry &padding) {
   }
   if (!problem.empty()) throw ToolError(name() + ": " + problem);
   info_.y4mHeader = header.line;
-  info_.geometry = {header.width, header.height, padding.stride ? padding.stride : header.width,
-                    padding.scanline ? padding.scanline : header.height};
-  estimateFrames(line.size() + 1);
+  info_.frame = packedLayout(PixelFormat::kI420, header.width, header.height);
+  if (padding.stride || padding.scanline) {
+    info_.frame = {PixelFormat::kNv12,
+                   {header.width, header.height, padding.stride ? padding.stride : header.width,
+                    padding.scanline ? padding.scanline : header.height}};
+  }
 }
 
 void FrameReader::estimateFrames(size_t headerBytes) {
   struct stat st;
   if (fstat(fileno(stream_.file()), &st) != 0 || !S_ISREG(st.st_mode)) return;
-  const Geometry &g = info_.geometry;
+  const Geometry &g = info_.frame.geometry;
   // A Y4M frame usually has a bare "FRAME\n" line in front of its planes.
-  const size_t perFrame = info_.layout == Layout::kY4m
-                              ? y4mFrameDataBytes(g.width, g.height) + sizeof kY4mFrameMagic
-                              : g.frameBytes();
+  const size_t perFrame = info_.y4m ? y4mFrameDataBytes(g.width, g.height) + sizeof kY4mFrameMagic
+                                    : info_.frame.frameBytes();
   const size_t size = static_cast<size_t>(st.st_size);
-  if (perFrame > 0 && size >= headerBytes) expectedFrames_ = (size - headerBytes) / perFrame;
+  if (size >= headerBytes) expectedFrames_ = (size - headerBytes) / perFrame;
 }
 
 void FrameReader::truncated(size_t got, size_t expected) const {
@@ -176,50 +145,60 @@ void FrameReader::truncated(size_t got, size_t expected) const {
 }
 
 bool FrameReader::read(Frame *frame) {
-  const bool got = info_.layout == Layout::kY4m ? readY4mFrame(frame) : readRawFrame(frame);
+  const bool got = info_.y4m ? readY4mFrame(frame) : readRawFrame(frame);
   if (got) ++framesRead_;
   return got;
 }
 
-bool FrameReader::readRawFrame(Frame *frame) {
-  const size_t expected = info_.geometry.frameBytes();
-  const size_t got = std::fread(frame->data(), 1, expected, stream_.file());
+size_t FrameReader::readBytes(uint8_t *into, size_t count) {
+  const size_t got = std::fread(into, 1, count, stream_.file());
   stream_.checkError("read");
+  position_ += got;
+  return got;
+}
+
+bool FrameReader::readRawFrame(Frame *frame) {
+  const size_t expected = info_.frame.frameBytes();
+  const size_t got = readBytes(frame->data(), expected);
   if (got == 0) return false;
   if (got < expected) truncated(got, expected);
   return true;
 }
 
 bool FrameReader::readY4mFrame(Frame *frame) {
+  const uint64_t lineStart = position_;
   std::string line;
-  const LineEnd end = readLine(stream_.file(), &line);
+  const LineEnd end = readLine(stream_.file(), &line, &position_);
   stream_.checkError("read");
   if (end == LineEnd::kEndOfInput) return false;
-  const Geometry &g = info_.geometry;
+  const Geometry &g = info_.frame.geometry;
   const size_t expected = y4mFrameDataBytes(g.width, g.height);
   if (end == LineEnd::kInputEndsInside) truncated(0, expected);
   const std::string magic = kY4mFrameMagic;
-  if (end == LineEnd::kTooLong || line.compare(0, magic.size(), magic) != 0 ||
+  const auto at = [&] {
+    return name() + ": frame " + std::to_string(framesRead_) + " at byte " +
+           std::to_string(lineStart);
+  };
+  if (line.compare(0, magic.size(), magic) != 0 ||
       (line.size() > magic.size() && line[magic.size()] != ' ')) {
-    throw ToolError(name() + ": malformed frame header at frame " + std::to_string(framesRead_) +
-                    " (expected FRAME)");
+    // Most often the frames before are not the size the header says.
+    throw ToolError(at() + ": expected a FRAME line, found '" + quoted(line) + "' (a frame of " +
+                    std::to_string(g.width) + "x" + std::to_string(g.height) + " 4:2:0 is " +
+                    std::to_string(expected) + " bytes)");
+  }
+  if (end == LineEnd::kTooLong) {
+    throw ToolError(at() + ": FRAME line longer than " + std::to_string(kY4mMaxLine) + " bytes");
   }
   frame->y4mParams = line.substr(magic.size());
 
-  // The planes as the stream holds them, then into the frame's layout: luma
-  // rows at the frame's stride, the two chroma planes interleaved (U first:
-  // NV12).
-  planar_.resize(expected);
-  const size_t got = std::fread(planar_.data(), 1, expected, stream_.file());
-  stream_.checkError("read");
+  // The planes as the stream holds them: straight into a packed I420 frame,
+  // else through planar_ into the frame's layout.
+  const FrameLayout planar = packedLayout(PixelFormat::kI420, g.width, g.height);
+  const bool direct = info_.frame == planar;
+  if (!direct) planar_.resize(expected);
+  const size_t got = readBytes(direct ? frame->data() : planar_.data(), expected);
   if (got < expected) truncated(got, expected);
-  const size_t lumaBytes = static_cast<size_t>(g.width) * g.height;
-  const size_t chromaPlane = lumaBytes / 4;
-  const int halfWidth = g.width / 2;
-  libyuv::CopyPlane(planar_.data(), g.width, frame->data(), g.stride, g.width, g.height);
-  libyuv::MergeUVPlane(planar_.data() + lumaBytes, halfWidth,
-                       planar_.data() + lumaBytes + chromaPlane, halfWidth,
-                       frame->data() + g.chromaOffset(), g.stride, halfWidth, g.height / 2);
+  if (!direct) copyPixels(planar, planar_.data(), info_.frame, frame->data());
   return true;
 }
 
@@ -230,7 +209,7 @@ void FrameWriter::begin() {
   if (begun_) return;
   begun_ = true;
   stream_.start();
-  if (info_.layout != Layout::kY4m) return;
+  if (!info_.y4m) return;
   const std::string header = info_.y4mHeader + "\n";
   stream_.put(header.data(), header.size());
 }
@@ -242,22 +221,11 @@ void FrameWriter::finish() {
 
 void FrameWriter::write(const Frame &frame) {
   begin();
-  const Geometry &g = info_.geometry;
-  if (info_.layout != Layout::kY4m) {
-    stream_.put(frame.data(), g.frameBytes());
-    return;
+  if (info_.y4m) {
+    const std::string line = kY4mFrameMagic + frame.y4mParams + "\n";
+    stream_.put(line.data(), line.size());
   }
-  const std::string line = kY4mFrameMagic + frame.y4mParams + "\n";
-  stream_.put(line.data(), line.size());
-  const size_t lumaBytes = static_cast<size_t>(g.width) * g.height;
-  const size_t chromaPlane = lumaBytes / 4;
-  planar_.resize(lumaBytes + 2 * chromaPlane);
-  const int halfWidth = g.width / 2;
-  libyuv::CopyPlane(frame.data(), g.stride, planar_.data(), g.width, g.width, g.height);
-  libyuv::SplitUVPlane(frame.data() + g.chromaOffset(), g.stride, planar_.data() + lumaBytes,
-                       halfWidth, planar_.data() + lumaBytes + chromaPlane, halfWidth, halfWidth,
-                       g.height / 2);
-  stream_.put(planar_.data(), planar_.size());
+  stream_.put(frame.data(), info_.frame.frameBytes());
 }
 
 }  // namespace vhtool

@@ -1,25 +1,19 @@
-// Reading and writing frame streams: Y4M (8-bit 4:2:0, converted to and from
-// the library's semi-planar layout) or raw NV12/NV21 frames, from files or
-// from standard input and output.
+// Reading and writing frame streams: Y4M (8-bit 4:2:0, planar) or raw NV12,
+// NV21 or I420 frames, from files or from standard input and output.
 #ifndef VIDEOHDR_TOOL_FRAME_IO_H
 #define VIDEOHDR_TOOL_FRAME_IO_H
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <vector>
 
-#include "geometry.h"
+#include "frame_layout.h"
+#include "stream.h"
 
 namespace vhtool {
 
-enum class Layout { kY4m, kNv12, kNv21 };
-
-// Bytes after each frame buffer, so that the library's block loops never reach
-// past the tool's allocation whatever the row length.
-constexpr size_t kFrameSlack = 64;
-
-// One frame in the library's layout (geometry of its stream), with slack.
+// One frame: exactly the bytes of its layout, so that the sanitizers see any
+// byte touched outside them.
 struct Frame {
   std::vector<uint8_t> bytes;
   std::string y4mParams;  // what followed FRAME on its line, passed through
@@ -27,63 +21,58 @@ struct Frame {
   const uint8_t *data() const { return bytes.data(); }
 };
 
+// A frame buffer for `layout`, zeroed.
+Frame makeFrame(const FrameLayout &layout);
+
 struct StreamInfo {
-  Layout layout = Layout::kY4m;
-  Geometry geometry;      // of the frames in memory (and of raw frames in the stream)
+  bool y4m = false;
+  // The frames in memory; of raw streams also in the stream. A Y4M stream
+  // holds packed I420 frames.
+  FrameLayout frame;
   std::string y4mHeader;  // the header line, without its newline
 };
 
-// A stdio stream that is closed on destruction unless it is stdin or stdout.
-// A file opened for writing is created when missing but not emptied before
-// its first bytes (start): a command opens every output before it writes to
-// any, so that one that cannot be opened leaves the others as they were. A
-// file this stream created and never started is removed again.
-class Stream {
- public:
-  Stream(const std::string &path, bool write);
-  ~Stream();
-  Stream(const Stream &) = delete;
-  Stream &operator=(const Stream &) = delete;
-  FILE *file() const { return file_; }
-  const std::string &name() const { return name_; }
-  // Throws ToolError when the stream saw an error; `what` is "read" or "write".
-  void checkError(const char *what) const;
-  // Empties a regular file opened for writing; once, before its first bytes.
-  void start();
-  // Starts, then writes; throws ToolError.
-  void put(const void *bytes, size_t count);
-  // Flushes and closes, reporting a failure.
-  void close();
+class FrameReader;
 
- private:
-  std::string path_;
-  std::string name_;
-  FILE *file_ = nullptr;
-  bool owned_ = false;
-  bool created_ = false;
-  bool started_ = false;
-};
+// The input as the command line describes it: raw frames of `size` ("WxH"),
+// `format`, `stride` and `scanline` (0: the width, the height) when a size is
+// given, else Y4M (padded in memory to the stride and scanline when given).
+// Throws ToolError.
+FrameReader openInput(const std::string &path, const std::string &size, PixelFormat format,
+                      int32_t stride, int32_t scanline);
+
+// The output for `input`: a Y4M stream (with the input's header, or the
+// tool's for raw input) or raw frames of `format`. Raw frames of the input's
+// own raw format keep its layout, padding included: they are processed where
+// they were read, as a camera app processes its buffers. Every other output is
+// packed (stride = width), as ffmpeg's rawvideo and every Y4M reader take it.
+StreamInfo outputStream(const StreamInfo &input, bool y4m, PixelFormat format);
 
 class FrameReader {
  public:
-  // Opens `path` ("-" for standard input). Raw layouts take `geometry`; Y4M
-  // takes its width and height from the header and lays its frames out in
-  // memory with `geometry`'s stride and scanline where they are not 0 (padded
-  // rows, as a camera's buffers have them). Throws ToolError.
-  FrameReader(const std::string &path, Layout layout, const Geometry &geometry);
+  // Opens `path` ("-" for standard input). Raw input has frames of `layout`.
+  // Y4M takes its width and height from the header and lays its frames out in
+  // memory as packed I420, or, when `layout` has a stride or a scanline (not
+  // 0), as NV12 with them (padded rows, as a camera's buffers have them).
+  // Throws ToolError, for a geometry the library cannot take too: no frame
+  // buffer is made before that check.
+  FrameReader(const std::string &path, bool y4m, const FrameLayout &layout);
   const StreamInfo &info() const { return info_; }
   const std::string &name() const { return stream_.name(); }
   // Frames in the input when it is a regular file, else -1.
   int64_t expectedFrames() const { return expectedFrames_; }
-  // Reads the next frame into `frame`; false at the end of the input. Throws
-  // ToolError for a truncated or malformed frame.
+  // Reads the next frame into `frame` (made for info().frame); false at the
+  // end of the input. Throws ToolError for a truncated or malformed frame.
   bool read(Frame *frame);
 
  private:
   void readY4mHeader(const Geometry &padding);
   void refuseEmptyInput();
+  void requireGeometry() const;
   bool readY4mFrame(Frame *frame);
   bool readRawFrame(Frame *frame);
+  // Reads `count` bytes; answers how many there were.
+  size_t readBytes(uint8_t *into, size_t count);
   void estimateFrames(size_t headerBytes);
   [[noreturn]] void truncated(size_t got, size_t expected) const;
 
@@ -91,7 +80,8 @@ class FrameReader {
   StreamInfo info_;
   int64_t framesRead_ = 0;
   int64_t expectedFrames_ = -1;
-  std::vector<uint8_t> planar_;  // a Y4M frame as the stream holds it
+  uint64_t position_ = 0;        // bytes read, for messages
+  std::vector<uint8_t> planar_;  // a Y4M frame as the stream holds it, when laid out otherwise
 };
 
 class FrameWriter {
@@ -99,6 +89,7 @@ class FrameWriter {
   // Opens `path` ("-" for standard output) as Stream does: nothing is written
   // before the first frame or finish(), which start with the Y4M header.
   FrameWriter(const std::string &path, const StreamInfo &info);
+  // `frame` has the layout of the `info.frame` given.
   void write(const Frame &frame);
   void finish();
 
@@ -108,11 +99,7 @@ class FrameWriter {
   Stream stream_;
   StreamInfo info_;
   bool begun_ = false;
-  std::vector<uint8_t> planar_;
 };
-
-// A frame buffer for `g`, zeroed, with the slack.
-Frame makeFrame(const Geometry &g);
 
 }  // namespace vhtool
 

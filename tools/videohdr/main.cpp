@@ -1,6 +1,7 @@
 // videohdr: runs the HDR video library over a clip on the desktop, the way a
-// camera app would (one videohdr_planes_process call per frame), and builds
-// demo clips from bracketed photographs.
+// camera app records (one videohdr_planes_process_to call per frame, from the
+// frame read into one of the output's format), and builds demo clips from
+// bracketed photographs.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -29,15 +30,20 @@ std::string bundledPhotos() {
 
 void addProcessOptions(CLI::App &app, vhtool::ProcessOptions &o, std::string &format) {
   app.add_option("input", o.input,
-                 "Y4M (8-bit 4:2:0) or raw NV12/NV21 frames; - for standard input");
+                 "Y4M (8-bit 4:2:0) or raw NV12/NV21/I420 frames; - for standard input");
   app.add_option("-o,--output", o.output,
-                 "where the processed frames go, in the input's layout; - for standard output");
+                 "where the processed frames go, in the input's format unless --out-format; - "
+                 "for standard output");
   app.add_option("--size", o.size, "raw input: frame size WxH (without it the input is Y4M)");
-  app.add_option("--format", format, "raw input: nv12 (default) or nv21")
-      ->check(CLI::IsMember({"nv12", "nv21"}));
+  app.add_option("--format", format, "raw input: nv12 (default), nv21 or i420")
+      ->check(CLI::IsMember({"nv12", "nv21", "i420"}));
+  app.add_option("--out-format", o.outFormat,
+                 "y4m (planar 4:2:0), or raw nv12, nv21 or i420 frames (default: the input's); "
+                 "the library writes the fused frame straight in this format")
+      ->check(CLI::IsMember({"y4m", "nv12", "nv21", "i420"}));
   app.add_option("--stride", o.stride,
-                 "bytes per luma row (default: the width): of raw frames; Y4M frames are padded "
-                 "to it in memory, as camera buffers are")
+                 "bytes per luma row (default: the width): of raw nv12/nv21 frames; Y4M frames "
+                 "are padded to it in memory, as camera buffers are")
       ->check(CLI::PositiveNumber);
   app.add_option("--scanline", o.scanline,
                  "rows from the frame start to the chroma plane (default: the height), as "
@@ -48,12 +54,11 @@ void addProcessOptions(CLI::App &app, vhtool::ProcessOptions &o, std::string &fo
                  "brighter, ms");
 }
 
-vhtool::Layout layoutOf(const vhtool::ProcessOptions &o, const std::string &format) {
-  if (o.size.empty()) {
-    if (!format.empty()) throw vhtool::ToolError("--format describes raw frames: give --size too");
-    return vhtool::Layout::kY4m;
-  }
-  return format == "nv21" ? vhtool::Layout::kNv21 : vhtool::Layout::kNv12;
+// --format describes raw input only.
+void takeFormat(vhtool::ProcessOptions &o, const std::string &format) {
+  if (format.empty()) return;
+  if (o.size.empty()) throw vhtool::ToolError("--format describes raw frames: give --size too");
+  o.format = vhtool::formatNamed(format);
 }
 
 }  // namespace
@@ -64,7 +69,7 @@ int main(int argc, char **argv) {
 
   CLI::App app{
       "videohdr: HDR video from alternating exposures, on the desktop.\n"
-      "  videohdr INPUT -o OUTPUT [OPTIONS]   every frame through videohdr_planes_process\n"
+      "  videohdr INPUT -o OUTPUT [OPTIONS]   every frame through videohdr_planes_process_to\n"
       "  videohdr demo [--out DIR]           the bundled demo\n"
       "  videohdr make-clip DARK.jpg BRIGHT.jpg -o CLIP.y4m   a shaken test clip"};
   vhtool::ProcessOptions process;
@@ -127,7 +132,7 @@ int main(int argc, char **argv) {
       std::fprintf(stderr, "videohdr: give an INPUT and -o OUTPUT (see --help)\n");
       return kUsageError;
     }
-    process.layout = layoutOf(process, format);
+    takeFormat(process, format);
     process.progress = terminal;
     return vhtool::runProcess(process);
   } catch (const std::exception &e) {  // ToolError, or out of memory

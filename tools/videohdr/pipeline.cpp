@@ -12,33 +12,33 @@
 namespace vhtool {
 namespace {
 
-struct PlanesRelease {
+struct StateRelease {
   void operator()(VideoHdrPlanes *planes) const { videohdr_planes_destroy(planes); }
 };
-using Planes = std::unique_ptr<VideoHdrPlanes, PlanesRelease>;
+using StatePointer = std::unique_ptr<VideoHdrPlanes, StateRelease>;
 
-Planes createPlanes(const Geometry &g) {
+StatePointer createState(const Geometry &g) {
   VideoHdrPlanes *planes = nullptr;
   const int32_t status = videohdr_planes_create(g.width, g.height, &planes);
   if (status != VIDEOHDR_PLANES_OK) {
     throw ToolError(std::string("cannot process ") + std::to_string(g.width) + "x" +
                     std::to_string(g.height) + " frames: " + videohdr_planes_status_text(status));
   }
-  return Planes(planes);
+  return StatePointer(planes);
 }
 
-// One frame of the stream's semi-planar layout, handed over as a camera's
-// three planes: the chroma pairs interleaved, V first for NV21. `index` is
-// the frame's number in the stream, for the message.
-VideoHdrPlanesResult processFrame(VideoHdrPlanes *planes, Frame *frame, const StreamInfo &info,
-                                  int64_t index) {
-  const Geometry &g = info.geometry;
-  uint8_t *y = frame->data();
-  uint8_t *chroma = y + g.chromaOffset();
-  const bool vFirst = info.layout == Layout::kNv21;
+// One frame from `in` (of `inLayout`) into `out` (of `outLayout`), both handed
+// over as a camera's three planes: the same buffer and layout is the in-place
+// call. `index` is the frame's number in the stream, for the message.
+VideoHdrPlanesResult processFrame(VideoHdrPlanes *planes, const FrameLayout &inLayout, Frame *in,
+                                  const FrameLayout &outLayout, Frame *out, int64_t index) {
+  const Planes i = planesOf(inLayout, in->data());
+  const Planes o = planesOf(outLayout, out->data());
+  const Geometry &g = inLayout.geometry;
   VideoHdrPlanesResult r;
-  videohdr_planes_process(planes, y, g.stride, vFirst ? chroma + 1 : chroma,
-                          vFirst ? chroma : chroma + 1, g.stride, 2, g.width, g.height, &r);
+  videohdr_planes_process_to(planes, i.y, i.yRowStride, i.u, i.v, i.uvRowStride, i.uvPixelStride,
+                             o.y, o.yRowStride, o.u, o.v, o.uvRowStride, o.uvPixelStride, g.width,
+                             g.height, &r);
   if (r.status < 0 || r.status == VIDEOHDR_PLANES_REFUSED) {
     throw ToolError("the library did not take frame " + std::to_string(index) + ": " +
                     videohdr_planes_status_text(r.status));
@@ -88,19 +88,24 @@ class StatsFile {
 
 }  // namespace
 
-RunSummary processStream(FrameReader &reader, FrameWriter *writer, const RunOptions &options) {
-  const Geometry &g = reader.info().geometry;
-  Planes planes = createPlanes(g);
+RunSummary processStream(FrameReader &reader, const FrameLayout &output, FrameWriter *writer,
+                         const RunOptions &options) {
+  const FrameLayout &input = reader.info().frame;
+  StatePointer state = createState(input.geometry);
   StatsFile stats(options.statsPath);
   Progress progress(options.progress, reader.expectedFrames());
   RunSummary summary;
-  Frame frame = makeFrame(g);
+  Frame frame = makeFrame(input);
+  // A separate output frame only when the layouts differ: otherwise the
+  // frame is processed where it was read.
+  Frame converted = output == input ? Frame() : makeFrame(output);
+  Frame &result = output == input ? frame : converted;
   while (reader.read(&frame)) {
     FrameStats s;
     s.index = summary.frames;
     const auto start = std::chrono::steady_clock::now();
     const VideoHdrPlanesResult r =
-        processFrame(planes.get(), &frame, reader.info(), summary.frames);
+        processFrame(state.get(), input, &frame, output, &result, summary.frames);
     s.ms =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
     s.fused = r.status == VIDEOHDR_PLANES_PROCESSED;
@@ -109,9 +114,10 @@ RunSummary processStream(FrameReader &reader, FrameWriter *writer, const RunOpti
     s.appliedDx = r.appliedDx;
     s.appliedDy = r.appliedDy;
     s.currentBrighter = r.currentBrighter != 0;
-    if (writer) writer->write(frame);
+    result.y4mParams = frame.y4mParams;
+    if (writer) writer->write(result);
     stats.row(s);
-    if (options.onFrame) options.onFrame(s, frame);
+    if (options.onFrame) options.onFrame(s, result);
     ++summary.frames;
     summary.totalMs += s.ms;
     summary.worstMs = std::max(summary.worstMs, s.ms);

@@ -18,7 +18,7 @@ struct FrameStats {
   int32_t foundDx = 0, foundDy = 0;      // what the search found
   int32_t appliedDx = 0, appliedDy = 0;  // what was applied after the jump filter
   bool currentBrighter = true;
-  double ms = 0;  // time inside videohdr_planes_process
+  double ms = 0;  // time inside videohdr_planes_process_to
 };
 
 struct RunSummary {
@@ -30,14 +30,17 @@ struct RunSummary {
 struct RunOptions {
   std::string statsPath;  // CSV, one row per frame; empty for none
   bool progress = false;  // progress bar on stderr
-  // Called after each frame with the library's result in `frame`.
+  // Called after each frame with the library's result in `frame` (of the
+  // output layout).
   std::function<void(const FrameStats &, const Frame &frame)> onFrame;
 };
 
 // Processes every frame of `reader` in order through the camera-plane entry
-// point and writes each to `writer` (when not null). Throws ToolError; the
+// point into a frame of `output` (the frame read itself when it has that
+// layout) and writes each to `writer` (when not null). Throws ToolError; the
 // frames processed before the error are written.
-RunSummary processStream(FrameReader &reader, FrameWriter *writer, const RunOptions &options);
+RunSummary processStream(FrameReader &reader, const FrameLayout &output, FrameWriter *writer,
+                         const RunOptions &options);
 
 // "64 frames, 95.1 frames/s in the library, mean 10.51 ms, worst 14.20 ms per frame"
 std::string summaryLine(const RunSummary &summary);

@@ -13,6 +13,10 @@ class ToolError : public std::runtime_error {
   explicit ToolError(const std::string &message) : std::runtime_error(message) {}
 };
 
+// Text from the input made fit for a one-line message: bytes outside
+// printable ASCII as \xNN, and cut after `limit` bytes with "...".
+std::string quoted(const std::string &text, size_t limit = 32);
+
 }  // namespace vhtool
 
 #endif  // VIDEOHDR_TOOL_ERROR_H

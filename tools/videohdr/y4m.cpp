@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <sstream>
 
+#include "tool_error.h"
+
 namespace vhtool {
 namespace {
 
@@ -16,10 +18,28 @@ bool parsePositive(const std::string &digits, int32_t *value) {
   return *value > 0;
 }
 
+bool isWholeNumber(const std::string &digits) {
+  return !digits.empty() && digits.size() <= 9 &&
+         digits.find_first_not_of("0123456789") == std::string::npos;
+}
+
+// Frame rate (F) and pixel aspect (A) are ratios N:D (0:0 where unknown).
+// They pass through to the output, so a malformed one is refused here rather
+// than handed on to the next reader. Answers what is wrong, or "".
+std::string checkRatio(const char *what, const std::string &token, const char *example) {
+  const size_t colon = token.find(':');
+  if (colon != std::string::npos && isWholeNumber(token.substr(1, colon - 1)) &&
+      isWholeNumber(token.substr(colon + 1))) {
+    return "";
+  }
+  return std::string("malformed Y4M header: ") + what + " '" + quoted(token) +
+         "' is not two whole numbers N:D (for example " + example + ")";
+}
+
 // Colour space tags look like 420jpeg, 420paldv, 420mpeg2, 420, 422, 444,
 // 444alpha, mono, 420p10, 444p12 ... Answers what is wrong, or "".
 std::string checkColourSpace(const std::string &tag) {
-  const std::string name = "C" + tag;
+  const std::string name = "C" + quoted(tag);
   size_t digits = 0;
   while (digits < tag.size() && std::isdigit(static_cast<unsigned char>(tag[digits]))) ++digits;
   const std::string subsampling = tag.substr(0, digits);
@@ -58,7 +78,7 @@ std::string checkInterlacing(const std::string &tag) {
              "progressive in fact can be marked so: ffmpeg -vf setfield=prog)";
     }
   }
-  return "unknown interlacing I" + tag;
+  return "unknown interlacing I" + quoted(tag);
 }
 
 }  // namespace
@@ -78,19 +98,26 @@ std::string parseY4mHeader(const std::string &line, Y4mHeader *header) {
     const char tag = token[0];
     const std::string value = token.substr(1);
     if (tag == 'W' && !parsePositive(value, &header->width)) {
-      return "malformed Y4M header: width '" + token + "' is not a positive number";
+      return "malformed Y4M header: width '" + quoted(token) + "' is not a positive number";
     }
     if (tag == 'H' && !parsePositive(value, &header->height)) {
-      return "malformed Y4M header: height '" + token + "' is not a positive number";
+      return "malformed Y4M header: height '" + quoted(token) + "' is not a positive number";
     }
     const std::string problem = tag == 'C'   ? checkColourSpace(value)
                                 : tag == 'I' ? checkInterlacing(value)
+                                : tag == 'F' ? checkRatio("frame rate", token, "F30:1")
+                                : tag == 'A' ? checkRatio("pixel aspect", token, "A1:1")
                                              : "";
     if (!problem.empty()) return problem;
   }
   if (header->width == 0) return "malformed Y4M header: no frame width (W)";
   if (header->height == 0) return "malformed Y4M header: no frame height (H)";
   return "";
+}
+
+std::string y4mStreamHeader(int32_t width, int32_t height) {
+  return std::string(kY4mMagic) + " W" + std::to_string(width) + " H" + std::to_string(height) +
+         " F30:1 Ip A1:1 C420jpeg";
 }
 
 }  // namespace vhtool

@@ -80,7 +80,7 @@ TEST(PlanClip, FramesAreThePhotoLessTheShakeMargin) {
   EXPECT_EQ(shift.x, plan.shake[5].x - plan.shake[4].x);
   EXPECT_EQ(shift.y, plan.shake[5].y - plan.shake[4].y);
 
-  vhtool::Frame frame = vhtool::makeFrame(plan.geometry);
+  vhtool::Frame frame = vhtool::makeFrame(vhtool::clipLayout(plan));
   vhtool::renderFrame(plan, 0, &frame);
   const uint8_t brightLuma = frame.bytes[0];
   vhtool::renderFrame(plan, 1, &frame);

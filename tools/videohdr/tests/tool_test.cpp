@@ -20,8 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<uint8_t>;
 
-constexpr size_t kSlack = 64;
-
 struct Layout {
   int width, height, stride, scanline;
   size_t chromaOffset() const { return static_cast<size_t>(stride) * scanline; }
@@ -67,10 +65,8 @@ std::vector<Bytes> libraryOutput(const std::vector<Bytes> &frames, const Layout 
   std::vector<Bytes> out;
   for (size_t n = 0; n < frames.size(); ++n) {
     Bytes buffer = frames[n];
-    buffer.resize(buffer.size() + kSlack);
     Video_HDR_Process(handle, buffer.data(), static_cast<int32_t>(n), 1, l.width, l.height,
                       l.stride, l.scanline);
-    buffer.resize(frames[n].size());
     out.push_back(buffer);
   }
   Video_HDR_Release(handle);
@@ -85,18 +81,25 @@ Bytes swapChroma(Bytes frame, const Layout &l) {
   return frame;
 }
 
-std::string y4mFrame(const Bytes &nv12, const Layout &l, const std::string &params = "") {
-  std::string s = "FRAME" + params + "\n";
-  s.append(nv12.begin(), nv12.begin() + static_cast<long>(l.width) * l.height);
-  for (int plane = 0; plane < 2; ++plane) {
-    for (int r = 0; r < l.height / 2; ++r) {
-      for (int c = 0; c < l.width / 2; ++c) {
-        s.push_back(static_cast<char>(
-            nv12[l.chromaOffset() + static_cast<size_t>(r) * l.stride + 2 * c + plane]));
-      }
+// A frame of `l` whose chroma pairs are U first (V first when `vFirst`) as
+// the packed bytes of `format`: "nv12", "nv21" or "i420".
+std::string packedAs(const Bytes &f, const Layout &l, bool vFirst, const std::string &format) {
+  std::string y, u, v;
+  for (int r = 0; r < l.height; ++r) y.append(&f[l.rowOffset(r)], &f[l.rowOffset(r) + l.width]);
+  for (int r = l.height; r < l.height * 3 / 2; ++r) {
+    for (int c = 0; c < l.width; c += 2) {
+      u.push_back(static_cast<char>(f[l.rowOffset(r) + c + vFirst]));
+      v.push_back(static_cast<char>(f[l.rowOffset(r) + c + !vFirst]));
     }
   }
-  return s;
+  if (format == "i420") return y + u + v;
+  for (size_t i = 0; i < u.size(); ++i)
+    y += format == "nv12" ? u.substr(i, 1) + v[i] : v.substr(i, 1) + u[i];
+  return y;
+}
+
+std::string y4mFrame(const Bytes &nv12, const Layout &l, const std::string &params = "") {
+  return "FRAME" + params + "\n" + packedAs(nv12, l, false, "i420");
 }
 
 std::string y4mStream(const std::string &header, const std::vector<Bytes> &frames,
@@ -297,6 +300,48 @@ TEST_F(ToolTest, PaddedFramesGiveThePackedOutput) {
   EXPECT_EQ(readFile(path("out.nv12")), rawStream(paddedExpected));
 }
 
+// Every input (Y4M, padded raw NV21, raw I420) into every --out-format: the
+// C call's output on the input's pixels, converted sample by sample. Only a
+// raw output of the input's own format keeps its padding.
+TEST_F(ToolTest, EachOutFormatIsTheLibraryOutputConverted) {
+  const Layout padded = {1040, 48, 1104, 56};
+  const auto nv12 = makeFrames(kWide, 3), blank = makeFrames(padded, 3);
+  std::vector<Bytes> nv21;
+  for (const Bytes &f : nv12) nv21.push_back(swapChroma(f, kWide));
+  const auto fused12 = libraryOutput(nv12, kWide), fused21 = libraryOutput(nv21, kWide);
+  std::string i420, paddedNv21, paddedFused21;
+  for (size_t n = 0; n < nv12.size(); ++n) {
+    i420 += packedAs(nv12[n], kWide, false, "i420");
+    paddedNv21 += rawStream({withPixels(nv21[n], kWide, blank[n], padded)});
+    paddedFused21 += rawStream({withPixels(fused21[n], kWide, blank[n], padded)});
+  }
+  struct Input {
+    std::string format, args, stream, header;
+    const std::vector<Bytes> &fused;
+    bool vFirst;
+  };
+  const std::string made = y4mHeader(kWide, "F30:1 Ip A1:1 C420jpeg");  // the tool's own
+  const Input inputs[] = {{"y4m", "", y4mStream(y4mHeader(kWide, "F25:1 C420mpeg2"), nv12, kWide),
+                           y4mHeader(kWide, "F25:1 C420mpeg2"), fused12, false},
+                          {"nv21", "--size 1040x48 --format nv21 --stride 1104 --scanline 56",
+                           paddedNv21, made, fused21, true},
+                          {"i420", "--size 1040x48 --format i420", i420, made, fused12, false}};
+  for (const Input &in : inputs) {
+    writeFile(path("in"), in.stream);
+    for (const std::string out : {"y4m", "nv12", "nv21", "i420"}) {
+      const bool y4m = out == "y4m";
+      std::string expected = y4m ? in.header + "\n" : "";
+      for (const Bytes &f : in.fused)
+        expected += (y4m ? "FRAME\n" : "") + packedAs(f, kWide, in.vFirst, y4m ? "i420" : out);
+      if (out == "nv21" && in.format == "nv21") expected = paddedFused21;
+      const Result r = run(path("in").string() + " " + in.args + " --out-format " + out + " -o " +
+                           path("out").string());
+      ASSERT_EQ(r.status, 0) << in.format << " to " << out << ": " << r.err;
+      EXPECT_EQ(readFile(path("out")), expected) << in.format << " to " << out;
+    }
+  }
+}
+
 TEST_F(ToolTest, StdinToStdout) {
   const auto frames = makeFrames(kWide, 3);
   const std::string header = y4mHeader(kWide);
@@ -339,7 +384,6 @@ TEST_F(ToolTest, StatsHaveOneRowPerFrameAndASummary) {
   EXPECT_EQ(rows[0], "frame,found_dx,found_dy,applied_dx,applied_dy,brighter,ms");
   for (int n = 0; n < count; ++n) {
     Bytes buffer = frames[n];
-    buffer.resize(buffer.size() + kSlack);
     Video_HDR_Process(handle, buffer.data(), n, 1, kWide.width, kWide.height, kWide.stride,
                       kWide.scanline);
     const auto f = csvFields(rows[n + 1]);
@@ -375,6 +419,9 @@ TEST_F(ToolTest, BadY4mHeadersAreRefusedWithOneLine) {
       {"no height", "YUV4MPEG2 W64 F30:1\n", "malformed Y4M header: no frame height (H)"},
       {"no width", "YUV4MPEG2 H64\n", "malformed Y4M header: no frame width (W)"},
       {"bad width", "YUV4MPEG2 W6x4 H32\n", "width 'W6x4' is not a positive number"},
+      {"binary width", "YUV4MPEG2 W6\x1b[2J H32\n", "width 'W6\\x1B[2J' is not a positive"},
+      {"frame rate", "YUV4MPEG2 W64 H32 F30\n", "frame rate 'F30' is not two whole numbers N:D"},
+      {"aspect", "YUV4MPEG2 W64 H32 A1:x\n", "pixel aspect 'A1:x' is not two whole numbers"},
       {"zero height", "YUV4MPEG2 W64 H0\n", "height 'H0' is not a positive number"},
       {"no newline", "YUV4MPEG2 W64 H32", "the input ends inside it"},
       {"444", "YUV4MPEG2 W64 H32 C444\n", "chroma format 4:4:4 (C444) is not supported"},
@@ -414,6 +461,8 @@ TEST_F(ToolTest, BadRawGeometryIsRefusedWithTheReason) {
       {"--size 64x32 --scanline 70", "scanline 70 is more than twice the height 32"},
       {"--size 64", "--size '64' is not WxH"},
       {"--size 64x31", "height 31 is odd: 4:2:0 chroma needs an even width and height"},
+      {"--size 64x32 --format i420 --scanline 40",
+       "--stride and --scanline describe nv12 and nv21 frames; i420 frames are read packed"},
   };
   for (const auto &[args, message] : cases) {
     const Result r = run(path("in.nv12").string() + " " + args + " -o " + path("out").string());
@@ -450,8 +499,12 @@ TEST_F(ToolTest, MissingFilesAndUsageErrors) {
 
   r = run(path("in.y4m").string());  // no output
   EXPECT_EQ(r.status, 2);
-  r = run(path("in.y4m").string() + " -o x --format yuv");
-  EXPECT_EQ(r.status, 2);
+  const std::pair<const char *, int> usage[] = {
+      {" --format yuv", 2}, {" --out-format yuv", 2}, {" --format i420", 1}};  // no --size
+  for (const auto &[args, status] : usage) {
+    r = run(path("in.y4m").string() + " -o x" + args);
+    EXPECT_EQ(r.status, status) << args << ": " << r.err;
+  }
 }
 
 // Every output is opened before any is emptied: one that cannot be opened
@@ -532,10 +585,16 @@ TEST_F(ToolTest, TruncatedRawAndBrokenFrameHeaders) {
   EXPECT_NE(r.err.find("frame 2 is truncated (74780 of 74880 bytes)"), std::string::npos) << r.err;
   EXPECT_EQ(readFile(path("out.nv12")), rawStream({expected[0], expected[1]}));
 
-  std::string stream = y4mStream(y4mHeader(kWide), {frames[0]}, kWide) + "FRAMX\n";
-  r = runY4m(stream);
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("malformed frame header at frame 1"), std::string::npos) << r.err;
+  const std::string first = y4mStream(y4mHeader(kWide), {frames[0]}, kWide);
+  for (const auto &[line, message] :
+       {std::pair<std::string, std::string>{"FRAMX\n",
+                                            "expected a FRAME line, found 'FRAMX' (a "
+                                            "frame of 1040x48 4:2:0 is 74880 bytes)"},
+        {"FRAME " + std::string(5000, 'X'), "FRAME line longer than 4096 bytes"}}) {
+    r = runY4m(first + line);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("in.y4m: frame 1 at byte 74929: " + message), std::string::npos) << r.err;
+  }
 }
 
 std::vector<std::string> y4mFrames(const std::string &stream, const Layout &l,
