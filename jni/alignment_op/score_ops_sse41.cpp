@@ -1,0 +1,249 @@
+// The SSE4.1 instance of the scoring kernels (with SSSE3's byte shuffle): XOR
+// counts by nibble lookups into 8-bit lanes, the nine candidates in three
+// passes, one per vertical offset (sixteen registers do not hold nine sets
+// of lane counters beside a block's operands), and the gradient sum in
+// 16-bit lanes. Same counting layouts as every instance (score_layout.h).
+#include "score_ops.h"
+
+#if VIDEOHDR_HAVE_X86_SIMD
+#include <immintrin.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "bit_rows_x86.h"
+#include "score_layout.h"
+
+namespace videohdr {
+namespace {
+
+VIDEOHDR_TARGET_SSE41 __m128i addBitCounts(__m128i lanes, __m128i x) {
+  return _mm_add_epi8(lanes, byteBitCountsSse41(x));
+}
+
+// All ones with `word` in lane `Lane`.
+template <int Lane>
+VIDEOHDR_TARGET_SSE41 __m128i onesWith(uint32_t word) {
+  return _mm_insert_epi32(_mm_set1_epi32(-1), static_cast<int>(word), Lane);
+}
+
+// The row's sixteen 8-bit lanes, before widening (they wrap past 31 blocks).
+VIDEOHDR_TARGET_SSE41 __m128i countRow(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
+                                       uint32_t *scratchD, uint32_t *scratchP) {
+  const FunnelCounts counts = funnelCounts(plan.shift);
+  const __m128i firstD = onesWith<0>(plan.firstMaskDisplaced);
+  const __m128i firstP = onesWith<0>(plan.firstMaskPlain);
+  const __m128i endPartner = onesWith<3>(plan.bodyEndPartnerMask);
+  __m128i lanes = _mm_setzero_si128();
+  for (int32_t b = 0; b < plan.bodyBlocks; ++b) {
+    __m128i dv = loadWordsSse41(d + 4 * b), next = loadWordsSse41(d + 4 * b + 1);
+    __m128i pv = loadWordsSse41(p + 4 * b);
+    if (b == 0) {
+      dv = _mm_and_si128(dv, firstD);
+      pv = _mm_and_si128(pv, firstP);
+    }
+    if (b == plan.bodyBlocks - 1) next = _mm_and_si128(next, endPartner);
+    lanes = addBitCounts(lanes, _mm_xor_si128(funnelTowardsBit31Sse41(dv, next, counts), pv));
+  }
+  if (plan.tailWords != 0) {
+    fillTail(plan, d, plan.lastMaskDisplaced, scratchD);
+    fillTail(plan, p, plan.lastMaskPlain, scratchP);
+    const __m128i x =
+        funnelTowardsBit31Sse41(loadWordsSse41(scratchD), loadWordsSse41(scratchD + 1), counts);
+    lanes = addBitCounts(lanes, _mm_xor_si128(x, loadWordsSse41(scratchP)));
+  }
+  return lanes;
+}
+
+VIDEOHDR_TARGET_SSE41 uint32_t countRows(const CountPlan &plan) {
+  uint32_t scratchD[8] = {}, scratchP[8] = {};
+  uint32_t total = 0;
+  for (int32_t y = 0; y < plan.rows; ++y) {
+    const ptrdiff_t offset = static_cast<ptrdiff_t>(y) * plan.pitch;
+    total += addByteLanesSse41(
+        countRow(plan, plan.displaced + offset, plan.plain + offset, scratchD, scratchP));
+  }
+  return total;
+}
+
+// The body's funnel towards bit 31: by an immediate for U > 0, else by the
+// run-time counts.
+template <int U>
+VIDEOHDR_TARGET_SSE41 __m128i funnelBy(__m128i word, __m128i next, FunnelCounts counts) {
+  if constexpr (U == 0) {
+    return funnelTowardsBit31Sse41(word, next, counts);
+  } else {
+    return _mm_or_si128(_mm_slli_epi32(word, U), _mm_srli_epi32(next, 32 - U));
+  }
+}
+
+// A block's words funnelled with zeros after its last one.
+template <int U>
+VIDEOHDR_TARGET_SSE41 __m128i funnelBlockEndBy(__m128i words, FunnelCounts counts) {
+  return funnelBy<U>(words, _mm_srli_si128(words, 4), counts);
+}
+
+// One triple's three counts (dx = 0, -u, +u) over its rows, in the block view
+// of the per-candidate count: body blocks of four words from word 0 (word
+// 0's masks applied to the compared word), then the tail block of T words and
+// the masked last data word. Each row's lanes are widened once (no lane can
+// wrap in a fusable level).
+template <int T, int U>
+VIDEOHDR_TARGET_SSE41 void scoreTriple(const CandidateTriple &c, uint32_t (&counts)[3]) {
+  const CountPlan &z = c.zero, &pos = c.positive;
+  const int32_t W = z.pitch, blocks = z.bodyBlocks;
+  const uint32_t *R = pos.plain, *S = pos.displaced;
+  const FunnelCounts shifts = funnelCounts(pos.shift);
+  const TailMaskWords tail = tailMaskWords(c, T);
+  const __m128i counted = loadWordsSse41(tail.counted), still = loadWordsSse41(tail.still);
+  const __m128i leftDisplaced = loadWordsSse41(tail.leftDisplaced),
+                leftPlain = loadWordsSse41(tail.leftPlain);
+  const __m128i rightDisplaced = loadWordsSse41(tail.rightDisplaced);
+  const __m128i rightPlain = loadWordsSse41(tail.rightPlain);
+  const __m128i firstZero = onesWith<0>(0x7FFFFFFFu);
+  const __m128i firstRight = onesWith<0>(kAllOnes >> pos.shift);
+  for (int32_t y = 0; y < z.rows; ++y) {
+    const uint32_t *r = R + static_cast<ptrdiff_t>(y) * W;
+    const uint32_t *s = S + static_cast<ptrdiff_t>(y) * W;
+    // Block 0 carries word 0's masks; it is always there (W >= 6).
+    __m128i rv = loadWordsSse41(r), sv = loadWordsSse41(s);
+    __m128i rf = funnelBy<U>(rv, loadWordsSse41(r + 1), shifts);
+    __m128i sf = funnelBy<U>(sv, loadWordsSse41(s + 1), shifts);
+    __m128i lanes0 = byteBitCountsSse41(_mm_and_si128(_mm_xor_si128(sv, rv), firstZero));
+    __m128i lanes1 = byteBitCountsSse41(_mm_xor_si128(rf, sv));
+    __m128i lanes2 = byteBitCountsSse41(_mm_and_si128(_mm_xor_si128(sf, rv), firstRight));
+    for (int32_t b = 1; b < blocks; ++b) {
+      rv = loadWordsSse41(r + 4 * b);
+      sv = loadWordsSse41(s + 4 * b);
+      rf = funnelBy<U>(rv, loadWordsSse41(r + 4 * b + 1), shifts);
+      sf = funnelBy<U>(sv, loadWordsSse41(s + 4 * b + 1), shifts);
+      lanes0 = addBitCounts(lanes0, _mm_xor_si128(sv, rv));
+      lanes1 = addBitCounts(lanes1, _mm_xor_si128(rf, sv));
+      lanes2 = addBitCounts(lanes2, _mm_xor_si128(sf, rv));
+    }
+    if (T != 0) {
+      rv = loadWordsSse41(r + W - 5);
+      sv = loadWordsSse41(s + W - 5);
+      rf = _mm_and_si128(funnelBlockEndBy<U>(_mm_and_si128(rv, leftDisplaced), shifts), counted);
+      sf = _mm_and_si128(funnelBlockEndBy<U>(_mm_and_si128(sv, rightDisplaced), shifts), counted);
+      lanes0 = addBitCounts(lanes0, _mm_and_si128(_mm_xor_si128(sv, rv), still));
+      lanes1 = addBitCounts(lanes1, _mm_xor_si128(rf, _mm_and_si128(sv, leftPlain)));
+      lanes2 = addBitCounts(lanes2, _mm_xor_si128(sf, _mm_and_si128(rv, rightPlain)));
+    }
+    counts[0] += addByteLanesSse41(lanes0);
+    counts[1] += addByteLanesSse41(lanes1);
+    counts[2] += addByteLanesSse41(lanes2);
+  }
+}
+
+template <int U>
+void scoreTriplesWithShift(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
+  for (int k = 0; k < 3; ++k) {
+    if (c[k].empty) continue;
+    withTailWords(c[k].zero.tailWords,
+                  [&](auto t) { scoreTriple<decltype(t)::value, U>(c[k], counts[k]); });
+  }
+}
+
+// The default step of 2 gets immediate shifts in the body.
+void scoreTriples(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
+  if (c[0].positive.shift == 2) return scoreTriplesWithShift<2>(c, counts);
+  scoreTriplesWithShift<0>(c, counts);
+}
+
+// The word after the block is loaded only for a displaced row (shift != 0).
+VIDEOHDR_TARGET_SSE41 __m128i addXorBlock(__m128i lanes, const uint32_t *displaced,
+                                          const uint32_t *other, int32_t shift,
+                                          FunnelCounts counts) {
+  __m128i s = loadWordsSse41(displaced);
+  if (shift != 0) s = funnelTowardsBit31Sse41(s, loadWordsSse41(displaced + 1), counts);
+  return addBitCounts(lanes, _mm_xor_si128(s, loadWordsSse41(other)));
+}
+
+VIDEOHDR_TARGET_SSE41 void countXorRows(const uint32_t *displaced, const uint32_t *other,
+                                        int32_t pitchWords, int32_t rows, int32_t words,
+                                        int32_t shift, uint32_t totals[4]) {
+  PartialBlock partial(words);
+  const FunnelCounts counts = funnelCounts(shift);
+  const __m128i byteOnes = _mm_set1_epi8(1), pairOnes = _mm_set1_epi16(1);
+  __m128i sums = _mm_setzero_si128();
+  for (int32_t y = 0; y < rows; ++y) {
+    const uint32_t *s = displaced + static_cast<ptrdiff_t>(y) * pitchWords;
+    const uint32_t *t = other + static_cast<ptrdiff_t>(y) * pitchWords;
+    __m128i lanes = _mm_setzero_si128();  // wraps past 31 blocks per row
+    for (int32_t i = 0; i < partial.start; i += kBlockWords)
+      lanes = addXorBlock(lanes, s + i, t + i, shift, counts);
+    if (partial.words != 0) {
+      partial.load(s, t, shift);
+      lanes = addXorBlock(lanes, partial.displaced, partial.other, shift, counts);
+    }
+    // Bytes 4k .. 4k + 3 (word k of every block) into total k.
+    const __m128i pairs = _mm_maddubs_epi16(lanes, byteOnes);
+    sums = _mm_add_epi32(sums, _mm_madd_epi16(pairs, pairOnes));
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(totals), sums);
+}
+
+VIDEOHDR_TARGET_SSE41 __m128i loadWidened(const uint8_t *p) {
+  return _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(p)));
+}
+
+// Eight clamped gradients of the centres one row below and one column right
+// of each byte of `top`.
+VIDEOHDR_TARGET_SSE41 __m128i clampedGradients8(const uint8_t *top, ptrdiff_t pitch) {
+  const uint8_t *mid = top + pitch, *bot = mid + pitch;
+  const __m128i tl = loadWidened(top), tm = loadWidened(top + 1), tr = loadWidened(top + 2);
+  const __m128i ml = loadWidened(mid), mr = loadWidened(mid + 2);
+  const __m128i bl = loadWidened(bot), bm = loadWidened(bot + 1), br = loadWidened(bot + 2);
+  const __m128i left = _mm_add_epi16(_mm_add_epi16(tl, bl), _mm_slli_epi16(ml, 1));
+  const __m128i right = _mm_add_epi16(_mm_add_epi16(tr, br), _mm_slli_epi16(mr, 1));
+  const __m128i upper = _mm_add_epi16(_mm_add_epi16(tl, tr), _mm_slli_epi16(tm, 1));
+  const __m128i lower = _mm_add_epi16(_mm_add_epi16(bl, br), _mm_slli_epi16(bm, 1));
+  const __m128i magnitude = _mm_add_epi16(_mm_abs_epi16(_mm_sub_epi16(right, left)),
+                                          _mm_abs_epi16(_mm_sub_epi16(upper, lower)));
+  return _mm_min_epi16(magnitude, _mm_set1_epi16(kSobelClamp));
+}
+
+VIDEOHDR_TARGET_SSE41 void sumGradientRows(const uint8_t *image, int32_t width, int32_t height,
+                                           int32_t totals[4]) {
+  const int32_t blocks = sobelBlocksPerRow(width);
+  const ptrdiff_t pitch = width;
+  __m128i sums = _mm_setzero_si128();
+  for (int32_t row = 1; row <= height - 2; ++row) {
+    const uint8_t *top = image + (row - 1) * pitch;
+    __m128i lanes = _mm_setzero_si128();
+    for (int32_t b = 0; b < blocks; ++b)
+      lanes = _mm_add_epi16(lanes, clampedGradients8(top + b * kSobelBlock, pitch));
+    sums = _mm_add_epi32(sums, _mm_add_epi32(_mm_cvtepi16_epi32(lanes),
+                                             _mm_cvtepi16_epi32(_mm_srli_si128(lanes, 8))));
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i *>(totals), sums);
+}
+
+}  // namespace
+
+int32_t countCandidateSse41(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx) {
+  CountPlan plan;
+  if (!makePlan(ctx, level, dy, dx, &plan)) return 0;
+  return static_cast<int32_t>(countRows(plan));
+}
+
+bool scoreNineCandidatesSse41(const AlignContext *ctx, int32_t level, int32_t scores[9]) {
+  return scoreCandidates<scoreTriples>(ctx, level, scores);
+}
+
+void countXorBlocksSse41(const uint32_t *displaced, const uint32_t *other, int32_t pitchWords,
+                         int32_t rows, int32_t words, int32_t shift, uint32_t totals[4]) {
+  countXorRows(displaced, other, pitchWords, rows, words, shift, totals);
+}
+
+double sobelBlockSumSse41(const uint8_t *image, int32_t width, int32_t height) {
+  if (tooSmallForSobelBlocks(width, height)) return 0.0;
+  int32_t totals[4];
+  sumGradientRows(image, width, height, totals);
+  return sumSobelTotals(totals);
+}
+
+}  // namespace videohdr
+
+#endif  // VIDEOHDR_HAVE_X86_SIMD
