@@ -11,8 +11,8 @@
 #include <cstdint>
 
 #include "../any_row.h"
-#include "bit_rows_x86.h"
 #include "bitmap_layout.h"
+#include "lanes_x86.h"
 
 namespace videohdr {
 namespace {
@@ -43,23 +43,18 @@ VIDEOHDR_TARGET_SSE41 uint32_t plainRowSum(const uint8_t *row, int32_t covered) 
 }
 
 // A wider row through eight 16-bit lanes that wrap, lane k taking byte k of
-// every 8-byte group: a 16-byte step adds its two groups into two sets of
-// lanes, which are added (wrapping too) at the end of the row.
+// every 8-byte group, widened as it is loaded; two sets of lanes take every
+// other group, so that consecutive adds do not wait for each other, and are
+// added (wrapping too) at the end of the row.
 VIDEOHDR_TARGET_SSE41 uint32_t wrappingRowSum(const uint8_t *row, int32_t covered) {
-  const __m128i zero = _mm_setzero_si128();
-  __m128i first = zero, second = zero;
+  __m128i first = _mm_setzero_si128(), second = first;
   int32_t x = 0;
   for (; x + 16 <= covered; x += 16) {
-    const __m128i bytes = loadBytes(row + x);
-    first = _mm_add_epi16(first, _mm_unpacklo_epi8(bytes, zero));
-    second = _mm_add_epi16(second, _mm_unpackhi_epi8(bytes, zero));
+    first = _mm_add_epi16(first, _mm_cvtepu8_epi16(loadEightBytes(row + x)));
+    second = _mm_add_epi16(second, _mm_cvtepu8_epi16(loadEightBytes(row + x + 8)));
   }
   if (x < covered) first = _mm_add_epi16(first, _mm_cvtepu8_epi16(loadEightBytes(row + x)));
-  const __m128i lanes = _mm_add_epi16(first, second);
-  const __m128i pairs =
-      _mm_add_epi32(_mm_unpacklo_epi16(lanes, zero), _mm_unpackhi_epi16(lanes, zero));
-  const __m128i quads = _mm_hadd_epi32(pairs, pairs);
-  return static_cast<uint32_t>(_mm_cvtsi128_si32(_mm_hadd_epi32(quads, quads)));
+  return addWordLanesSse41(_mm_add_epi16(first, second));
 }
 
 // 64 bytes per step, their sums in two 64-bit lanes, which cannot overflow.

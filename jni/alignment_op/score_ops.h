@@ -78,7 +78,10 @@ void countXorBlocksSse41(const uint32_t *displaced, const uint32_t *other, int32
 double sobelBlockSumSse41(const uint8_t *image, int32_t width, int32_t height);
 inline constexpr ScoreKernels kScoreSse41 = {countCandidateSse41, scoreNineCandidatesSse41,
                                              countXorBlocksSse41, sobelBlockSumSse41};
-inline constexpr ScoreKernels kScoreAvx2 = kScoreSse41;
+bool scoreNineCandidatesAvx2(const AlignContext *ctx, int32_t level, int32_t scores[9]);
+double sobelBlockSumAvx2(const uint8_t *image, int32_t width, int32_t height);
+inline constexpr ScoreKernels kScoreAvx2 = {countCandidateSse41, scoreNineCandidatesAvx2,
+                                            countXorBlocksSse41, sobelBlockSumAvx2};
 #endif
 
 // Runs shiftPyramid from the coarsest level down to level 0, or stores a zero

@@ -11,29 +11,20 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "bit_rows_x86.h"
+#include "lanes_x86.h"
 #include "score_layout.h"
+#include "triple_blocks_x86.h"
 
 namespace videohdr {
 namespace {
-
-VIDEOHDR_TARGET_SSE41 __m128i addBitCounts(__m128i lanes, __m128i x) {
-  return _mm_add_epi8(lanes, byteBitCountsSse41(x));
-}
-
-// All ones with `word` in lane `Lane`.
-template <int Lane>
-VIDEOHDR_TARGET_SSE41 __m128i onesWith(uint32_t word) {
-  return _mm_insert_epi32(_mm_set1_epi32(-1), static_cast<int>(word), Lane);
-}
 
 // The row's sixteen 8-bit lanes, before widening (they wrap past 31 blocks).
 VIDEOHDR_TARGET_SSE41 __m128i countRow(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
                                        uint32_t *scratchD, uint32_t *scratchP) {
   const FunnelCounts counts = funnelCounts(plan.shift);
-  const __m128i firstD = onesWith<0>(plan.firstMaskDisplaced);
-  const __m128i firstP = onesWith<0>(plan.firstMaskPlain);
-  const __m128i endPartner = onesWith<3>(plan.bodyEndPartnerMask);
+  const __m128i firstD = onesWithLaneSse41<0>(plan.firstMaskDisplaced);
+  const __m128i firstP = onesWithLaneSse41<0>(plan.firstMaskPlain);
+  const __m128i endPartner = onesWithLaneSse41<3>(plan.bodyEndPartnerMask);
   __m128i lanes = _mm_setzero_si128();
   for (int32_t b = 0; b < plan.bodyBlocks; ++b) {
     __m128i dv = loadWordsSse41(d + 4 * b), next = loadWordsSse41(d + 4 * b + 1);
@@ -43,14 +34,14 @@ VIDEOHDR_TARGET_SSE41 __m128i countRow(const CountPlan &plan, const uint32_t *d,
       pv = _mm_and_si128(pv, firstP);
     }
     if (b == plan.bodyBlocks - 1) next = _mm_and_si128(next, endPartner);
-    lanes = addBitCounts(lanes, _mm_xor_si128(funnelTowardsBit31Sse41(dv, next, counts), pv));
+    lanes = addBitCountsSse41(lanes, _mm_xor_si128(funnelTowardsBit31Sse41(dv, next, counts), pv));
   }
   if (plan.tailWords != 0) {
     fillTail(plan, d, plan.lastMaskDisplaced, scratchD);
     fillTail(plan, p, plan.lastMaskPlain, scratchP);
     const __m128i x =
         funnelTowardsBit31Sse41(loadWordsSse41(scratchD), loadWordsSse41(scratchD + 1), counts);
-    lanes = addBitCounts(lanes, _mm_xor_si128(x, loadWordsSse41(scratchP)));
+    lanes = addBitCountsSse41(lanes, _mm_xor_si128(x, loadWordsSse41(scratchP)));
   }
   return lanes;
 }
@@ -66,73 +57,25 @@ VIDEOHDR_TARGET_SSE41 uint32_t countRows(const CountPlan &plan) {
   return total;
 }
 
-// The body's funnel towards bit 31: by an immediate for U > 0, else by the
-// run-time counts.
-template <int U>
-VIDEOHDR_TARGET_SSE41 __m128i funnelBy(__m128i word, __m128i next, FunnelCounts counts) {
-  if constexpr (U == 0) {
-    return funnelTowardsBit31Sse41(word, next, counts);
-  } else {
-    return _mm_or_si128(_mm_slli_epi32(word, U), _mm_srli_epi32(next, 32 - U));
-  }
-}
-
-// A block's words funnelled with zeros after its last one.
-template <int U>
-VIDEOHDR_TARGET_SSE41 __m128i funnelBlockEndBy(__m128i words, FunnelCounts counts) {
-  return funnelBy<U>(words, _mm_srli_si128(words, 4), counts);
-}
-
-// One triple's three counts (dx = 0, -u, +u) over its rows, in the block view
-// of the per-candidate count: body blocks of four words from word 0 (word
-// 0's masks applied to the compared word), then the tail block of T words and
-// the masked last data word. Each row's lanes are widened once (no lane can
-// wrap in a fusable level).
+// One triple's three counts (dx = 0, -u, +u) over its rows, a block at a
+// time (triple_blocks_x86.h).
 template <int T, int U>
 VIDEOHDR_TARGET_SSE41 void scoreTriple(const CandidateTriple &c, uint32_t (&counts)[3]) {
-  const CountPlan &z = c.zero, &pos = c.positive;
+  const CountPlan &z = c.zero;
   const int32_t W = z.pitch, blocks = z.bodyBlocks;
-  const uint32_t *R = pos.plain, *S = pos.displaced;
-  const FunnelCounts shifts = funnelCounts(pos.shift);
-  const TailMaskWords tail = tailMaskWords(c, T);
-  const __m128i counted = loadWordsSse41(tail.counted), still = loadWordsSse41(tail.still);
-  const __m128i leftDisplaced = loadWordsSse41(tail.leftDisplaced),
-                leftPlain = loadWordsSse41(tail.leftPlain);
-  const __m128i rightDisplaced = loadWordsSse41(tail.rightDisplaced);
-  const __m128i rightPlain = loadWordsSse41(tail.rightPlain);
-  const __m128i firstZero = onesWith<0>(0x7FFFFFFFu);
-  const __m128i firstRight = onesWith<0>(kAllOnes >> pos.shift);
+  const FunnelCounts shifts = funnelCounts(c.positive.shift);
+  const TripleMasksSse41 masks = tripleMasksSse41(c, T);
+  const __m128i ones = _mm_set1_epi32(-1);
   for (int32_t y = 0; y < z.rows; ++y) {
-    const uint32_t *r = R + static_cast<ptrdiff_t>(y) * W;
-    const uint32_t *s = S + static_cast<ptrdiff_t>(y) * W;
+    const uint32_t *r = c.positive.plain + static_cast<ptrdiff_t>(y) * W;
+    const uint32_t *s = c.positive.displaced + static_cast<ptrdiff_t>(y) * W;
+    TripleLanesSse41 lanes = {_mm_setzero_si128(), _mm_setzero_si128(), _mm_setzero_si128()};
     // Block 0 carries word 0's masks; it is always there (W >= 6).
-    __m128i rv = loadWordsSse41(r), sv = loadWordsSse41(s);
-    __m128i rf = funnelBy<U>(rv, loadWordsSse41(r + 1), shifts);
-    __m128i sf = funnelBy<U>(sv, loadWordsSse41(s + 1), shifts);
-    __m128i lanes0 = byteBitCountsSse41(_mm_and_si128(_mm_xor_si128(sv, rv), firstZero));
-    __m128i lanes1 = byteBitCountsSse41(_mm_xor_si128(rf, sv));
-    __m128i lanes2 = byteBitCountsSse41(_mm_and_si128(_mm_xor_si128(sf, rv), firstRight));
-    for (int32_t b = 1; b < blocks; ++b) {
-      rv = loadWordsSse41(r + 4 * b);
-      sv = loadWordsSse41(s + 4 * b);
-      rf = funnelBy<U>(rv, loadWordsSse41(r + 4 * b + 1), shifts);
-      sf = funnelBy<U>(sv, loadWordsSse41(s + 4 * b + 1), shifts);
-      lanes0 = addBitCounts(lanes0, _mm_xor_si128(sv, rv));
-      lanes1 = addBitCounts(lanes1, _mm_xor_si128(rf, sv));
-      lanes2 = addBitCounts(lanes2, _mm_xor_si128(sf, rv));
-    }
-    if (T != 0) {
-      rv = loadWordsSse41(r + W - 5);
-      sv = loadWordsSse41(s + W - 5);
-      rf = _mm_and_si128(funnelBlockEndBy<U>(_mm_and_si128(rv, leftDisplaced), shifts), counted);
-      sf = _mm_and_si128(funnelBlockEndBy<U>(_mm_and_si128(sv, rightDisplaced), shifts), counted);
-      lanes0 = addBitCounts(lanes0, _mm_and_si128(_mm_xor_si128(sv, rv), still));
-      lanes1 = addBitCounts(lanes1, _mm_xor_si128(rf, _mm_and_si128(sv, leftPlain)));
-      lanes2 = addBitCounts(lanes2, _mm_xor_si128(sf, _mm_and_si128(rv, rightPlain)));
-    }
-    counts[0] += addByteLanesSse41(lanes0);
-    counts[1] += addByteLanesSse41(lanes1);
-    counts[2] += addByteLanesSse41(lanes2);
+    addTripleBlockSse41<U>(lanes, r, s, masks.firstStill, masks.firstRight, shifts);
+    for (int32_t b = 1; b < blocks; ++b)
+      addTripleBlockSse41<U>(lanes, r + 4 * b, s + 4 * b, ones, ones, shifts);
+    if (T != 0) addTripleTailSse41<U>(lanes, r + W - 5, s + W - 5, masks, shifts);
+    addTripleCountsSse41(lanes, counts);
   }
 }
 
@@ -157,7 +100,7 @@ VIDEOHDR_TARGET_SSE41 __m128i addXorBlock(__m128i lanes, const uint32_t *displac
                                           FunnelCounts counts) {
   __m128i s = loadWordsSse41(displaced);
   if (shift != 0) s = funnelTowardsBit31Sse41(s, loadWordsSse41(displaced + 1), counts);
-  return addBitCounts(lanes, _mm_xor_si128(s, loadWordsSse41(other)));
+  return addBitCountsSse41(lanes, _mm_xor_si128(s, loadWordsSse41(other)));
 }
 
 VIDEOHDR_TARGET_SSE41 void countXorRows(const uint32_t *displaced, const uint32_t *other,

@@ -1,0 +1,84 @@
+// The 128-bit blocks of the nine-candidate passes that both x86 instances
+// count: one triple's (dx = 0, -u, +u) body block, with or without word 0's
+// masks, and its tail block, in the block view of the per-candidate count
+// (score_layout.h). The AVX2 passes count two body blocks per step and use
+// these for an odd last body block and the tail.
+#ifndef VIDEOHDR_ALIGN_TRIPLE_BLOCKS_X86_H
+#define VIDEOHDR_ALIGN_TRIPLE_BLOCKS_X86_H
+
+#include <cstdint>
+
+#include "../simd.h"
+#include "lanes_x86.h"
+#include "score_layout.h"
+
+#if VIDEOHDR_HAVE_X86_SIMD
+#include <immintrin.h>
+
+namespace videohdr {
+
+// A triple's sixteen 8-bit lane counters per candidate.
+struct TripleLanesSse41 {
+  __m128i still, left, right;  // dx = 0, -u, +u
+};
+
+// Word 0's masks of a triple's first block (on the compared words) and its
+// tail block's masks (TailMaskWords).
+struct TripleMasksSse41 {
+  __m128i firstStill, firstRight;
+  __m128i counted, still, leftDisplaced, leftPlain, rightDisplaced, rightPlain;
+};
+
+VIDEOHDR_TARGET_SSE41 inline TripleMasksSse41 tripleMasksSse41(const CandidateTriple &c,
+                                                               int32_t tailWords) {
+  const TailMaskWords tail = tailMaskWords(c, tailWords);
+  return {onesWithLaneSse41<0>(0x7FFFFFFFu),   onesWithLaneSse41<0>(kAllOnes >> c.positive.shift),
+          loadWordsSse41(tail.counted),        loadWordsSse41(tail.still),
+          loadWordsSse41(tail.leftDisplaced),  loadWordsSse41(tail.leftPlain),
+          loadWordsSse41(tail.rightDisplaced), loadWordsSse41(tail.rightPlain)};
+}
+
+// The body block at words r[0..3] and s[0..3] of R and S, their funnels
+// taking words 1..4; `still` and `right` mask the compared words of dx = 0
+// and dx > 0 (word 0's masks on block 0, all ones elsewhere, which the
+// compiler drops).
+template <int U>
+VIDEOHDR_TARGET_SSE41 inline void addTripleBlockSse41(TripleLanesSse41 &lanes, const uint32_t *r,
+                                                      const uint32_t *s, __m128i still,
+                                                      __m128i right, FunnelCounts shifts) {
+  const __m128i rv = loadWordsSse41(r), sv = loadWordsSse41(s);
+  const __m128i rf = funnelBySse41<U>(rv, loadWordsSse41(r + 1), shifts);
+  const __m128i sf = funnelBySse41<U>(sv, loadWordsSse41(s + 1), shifts);
+  lanes.still = addBitCountsSse41(lanes.still, _mm_and_si128(_mm_xor_si128(sv, rv), still));
+  lanes.left = addBitCountsSse41(lanes.left, _mm_xor_si128(rf, sv));
+  lanes.right = addBitCountsSse41(lanes.right, _mm_and_si128(_mm_xor_si128(sf, rv), right));
+}
+
+// The tail block, read as the four words ending at the last data word (r and
+// s point at word W - 5), funnelled with zeros after the last one.
+template <int U>
+VIDEOHDR_TARGET_SSE41 inline void addTripleTailSse41(TripleLanesSse41 &lanes, const uint32_t *r,
+                                                     const uint32_t *s, const TripleMasksSse41 &m,
+                                                     FunnelCounts shifts) {
+  const __m128i rv = loadWordsSse41(r), sv = loadWordsSse41(s);
+  const __m128i rd = _mm_and_si128(rv, m.leftDisplaced), sd = _mm_and_si128(sv, m.rightDisplaced);
+  const __m128i rf = _mm_and_si128(funnelBySse41<U>(rd, _mm_srli_si128(rd, 4), shifts), m.counted);
+  const __m128i sf = _mm_and_si128(funnelBySse41<U>(sd, _mm_srli_si128(sd, 4), shifts), m.counted);
+  lanes.still = addBitCountsSse41(lanes.still, _mm_and_si128(_mm_xor_si128(sv, rv), m.still));
+  lanes.left = addBitCountsSse41(lanes.left, _mm_xor_si128(rf, _mm_and_si128(sv, m.leftPlain)));
+  lanes.right = addBitCountsSse41(lanes.right, _mm_xor_si128(sf, _mm_and_si128(rv, m.rightPlain)));
+}
+
+// A row's counts, widened once (no lane can wrap in a fusable level).
+VIDEOHDR_TARGET_SSE41 inline void addTripleCountsSse41(const TripleLanesSse41 &lanes,
+                                                       uint32_t (&counts)[3]) {
+  counts[0] += addByteLanesSse41(lanes.still);
+  counts[1] += addByteLanesSse41(lanes.left);
+  counts[2] += addByteLanesSse41(lanes.right);
+}
+
+}  // namespace videohdr
+
+#endif  // VIDEOHDR_HAVE_X86_SIMD
+
+#endif  // VIDEOHDR_ALIGN_TRIPLE_BLOCKS_X86_H
