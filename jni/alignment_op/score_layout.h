@@ -79,22 +79,6 @@ bool fusableLevel(const AlignContext *ctx, int32_t level, int32_t u);
 // The triple of vertical offset dy, horizontal offsets 0, -u and +u.
 CandidateTriple tripleFor(const AlignContext *ctx, int32_t level, int32_t dy, int32_t u);
 
-// The tail block of the fused passes is read as the four words ending at the
-// last data word (W - 5 .. W - 2): the lanes before its T tail words are not
-// counted, and the last lane carries each candidate's edge masks. In the fused
-// passes no lane counter can wrap, so the lane a word is counted in does not
-// change the count. Lane i of each mask goes with word W - 5 + i.
-struct TailMaskWords {
-  uint32_t counted[4];         // the tail words and the last data word
-  uint32_t still[4];           // dx = 0: counted, the edge mask on the last word of both sides
-  uint32_t leftDisplaced[4];   // dx < 0: R's last word before its funnel
-  uint32_t leftPlain[4];       // dx < 0: counted, S's last word
-  uint32_t rightDisplaced[4];  // dx > 0: S's last word before its funnel
-  uint32_t rightPlain[4];      // dx > 0: counted, R's last word
-};
-
-TailMaskWords tailMaskWords(const CandidateTriple &c, int32_t tailWords);
-
 // Calls score(std::integral_constant<int, T>) with T the plans' tail words
 // (0 to 3), which the passes take as a compile-time constant.
 template <typename Score>

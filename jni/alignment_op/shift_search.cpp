@@ -101,21 +101,6 @@ CandidateTriple tripleFor(const AlignContext *ctx, int32_t level, int32_t dy, in
   return c;
 }
 
-TailMaskWords tailMaskWords(const CandidateTriple &c, int32_t tailWords) {
-  TailMaskWords m;
-  for (int32_t i = 0; i < 4; ++i) {
-    const uint32_t counted = i >= 3 - tailWords ? kAllOnes : 0;
-    m.counted[i] = m.still[i] = m.leftPlain[i] = m.rightPlain[i] = counted;
-    m.leftDisplaced[i] = m.rightDisplaced[i] = kAllOnes;
-  }
-  m.still[3] = c.zero.lastMaskPlain;
-  m.leftDisplaced[3] = c.negative.lastMaskDisplaced;
-  m.leftPlain[3] = c.negative.lastMaskPlain;
-  m.rightDisplaced[3] = c.positive.lastMaskDisplaced;
-  m.rightPlain[3] = c.positive.lastMaskPlain;
-  return m;
-}
-
 namespace {
 
 uint32_t countRowPortable(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
@@ -229,15 +214,32 @@ uint32x4_t funnelBlockEndBy(uint32x4_t words, FunnelShifts shifts) {
   return funnelBy<U>(words, vextq_u32(words, vdupq_n_u32(0), 1), shifts);
 }
 
-// The tail block's masks (see TailMaskWords) in registers.
+// The tail block is read as the four words ending at the last data word
+// (W - 5 .. W - 2): the lanes before its T tail words are not counted, and
+// the last lane carries each candidate's edge masks. In the fused passes no
+// lane counter can wrap, so the lane a word is counted in does not change the
+// count.
 struct TailMasks {
-  uint32x4_t counted, still, leftDisplaced, leftPlain, rightDisplaced, rightPlain;
+  uint32x4_t counted;         // the tail words and the last data word
+  uint32x4_t still;           // dx = 0: counted, the edge mask on the last word of both sides
+  uint32x4_t leftDisplaced;   // dx < 0: R's last word before its funnel
+  uint32x4_t leftPlain;       // dx < 0: counted, S's last word
+  uint32x4_t rightDisplaced;  // dx > 0: S's last word before its funnel
+  uint32x4_t rightPlain;      // dx > 0: counted, R's last word
 };
 
+uint32x4_t withLastLane(uint32x4_t v, uint32_t last) { return vsetq_lane_u32(last, v, 3); }
+
 TailMasks tailMasksFor(const CandidateTriple &c, int32_t tailWords) {
-  const TailMaskWords m = tailMaskWords(c, tailWords);
-  return {vld1q_u32(m.counted),   vld1q_u32(m.still),          vld1q_u32(m.leftDisplaced),
-          vld1q_u32(m.leftPlain), vld1q_u32(m.rightDisplaced), vld1q_u32(m.rightPlain)};
+  uint32_t lanes[4];
+  for (int32_t i = 0; i < 4; ++i) lanes[i] = i >= 3 - tailWords ? kAllOnes : 0;
+  const uint32x4_t counted = vld1q_u32(lanes), ones = vdupq_n_u32(kAllOnes);
+  return {counted,
+          withLastLane(counted, c.zero.lastMaskPlain),
+          withLastLane(ones, c.negative.lastMaskDisplaced),
+          withLastLane(counted, c.negative.lastMaskPlain),
+          withLastLane(ones, c.positive.lastMaskDisplaced),
+          withLastLane(counted, c.positive.lastMaskPlain)};
 }
 
 // The triples of `Offsets` vertical offsets scored in one pass over `rows`

@@ -23,19 +23,37 @@ struct TripleLanesSse41 {
 };
 
 // Word 0's masks of a triple's first block (on the compared words) and its
-// tail block's masks (TailMaskWords).
+// tail block's masks. The tail block is read as the four words ending at the
+// last data word (W - 5 .. W - 2): the lanes before its T tail words are not
+// counted, and the last lane carries each candidate's edge masks. No lane
+// counter can wrap in a fusable level, so the lane a word is counted in does
+// not change the count.
 struct TripleMasksSse41 {
-  __m128i firstStill, firstRight;
-  __m128i counted, still, leftDisplaced, leftPlain, rightDisplaced, rightPlain;
+  __m128i firstStill, firstRight;  // dx = 0 and dx > 0, on word 0
+  __m128i counted;                 // the tail words and the last data word
+  __m128i still;                   // dx = 0: counted, the edge mask on the last word of both sides
+  __m128i leftDisplaced;           // dx < 0: R's last word before its funnel
+  __m128i leftPlain;               // dx < 0: counted, S's last word
+  __m128i rightDisplaced;          // dx > 0: S's last word before its funnel
+  __m128i rightPlain;              // dx > 0: counted, R's last word
 };
+
+VIDEOHDR_TARGET_SSE41 inline __m128i withLastLaneSse41(__m128i v, uint32_t last) {
+  return _mm_insert_epi32(v, static_cast<int>(last), 3);
+}
 
 VIDEOHDR_TARGET_SSE41 inline TripleMasksSse41 tripleMasksSse41(const CandidateTriple &c,
                                                                int32_t tailWords) {
-  const TailMaskWords tail = tailMaskWords(c, tailWords);
-  return {onesWithLaneSse41<0>(0x7FFFFFFFu),   onesWithLaneSse41<0>(kAllOnes >> c.positive.shift),
-          loadWordsSse41(tail.counted),        loadWordsSse41(tail.still),
-          loadWordsSse41(tail.leftDisplaced),  loadWordsSse41(tail.leftPlain),
-          loadWordsSse41(tail.rightDisplaced), loadWordsSse41(tail.rightPlain)};
+  const __m128i lane = _mm_setr_epi32(0, 1, 2, 3), ones = _mm_set1_epi32(-1);
+  const __m128i counted = _mm_cmpgt_epi32(lane, _mm_set1_epi32(2 - tailWords));
+  return {onesWithLaneSse41<0>(0x7FFFFFFFu),
+          onesWithLaneSse41<0>(kAllOnes >> c.positive.shift),
+          counted,
+          withLastLaneSse41(counted, c.zero.lastMaskPlain),
+          withLastLaneSse41(ones, c.negative.lastMaskDisplaced),
+          withLastLaneSse41(counted, c.negative.lastMaskPlain),
+          withLastLaneSse41(ones, c.positive.lastMaskDisplaced),
+          withLastLaneSse41(counted, c.positive.lastMaskPlain)};
 }
 
 // The body block at words r[0..3] and s[0..3] of R and S, their funnels
