@@ -115,6 +115,15 @@ VIDEOHDR_TARGET_SSE41 void decimateBlock(const uint32_t *src, uint32_t *dst) {
   storeWordsSse41(dst, _mm_shuffle_epi8(packed, swapHalves));
 }
 
+// Whole blocks of four output words (at least one); a row that is not a whole
+// number of them ends with one more block over its last four words, which
+// writes the words it shares with the block before again, with the same
+// values.
+VIDEOHDR_TARGET_SSE41 void decimateBlocks(const uint32_t *src, uint32_t *dst, int32_t words) {
+  for (int32_t j = 0; j + 4 <= words; j += 4) decimateBlock(src + 2 * j, dst + j);
+  if (words % 4 != 0) decimateBlock(src + 2 * (words - 4), dst + words - 4);
+}
+
 VIDEOHDR_TARGET_SSE41 void funnelBlockLeft(const uint32_t *src, uint32_t *dst,
                                            FunnelCounts counts) {
   storeWordsSse41(dst,
@@ -185,13 +194,9 @@ void packThresholdBitsSse41(const uint8_t *image, int32_t w, int32_t h, uint8_t 
   packRows<packBlocks>(image, w, h, threshold, bitmap);
 }
 
-// Whole blocks of four output words; a row that is not a whole number of them
-// ends with one more block over its last four words, which writes the words
-// it shares with the block before again, with the same values.
 void decimateRowSse41(const uint32_t *src, uint32_t *dst, int32_t words) {
   if (words < 4) return decimateRowPortable(src, dst, words);
-  for (int32_t j = 0; j + 4 <= words; j += 4) decimateBlock(src + 2 * j, dst + j);
-  if (words % 4 != 0) decimateBlock(src + 2 * (words - 4), dst + words - 4);
+  decimateBlocks(src, dst, words);
 }
 
 void shiftRowLeftSse41(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {

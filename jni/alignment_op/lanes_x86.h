@@ -73,10 +73,10 @@ VIDEOHDR_TARGET_SSE41 inline __m128i addBitCountsSse41(__m128i lanes, __m128i x)
   return _mm_add_epi8(lanes, byteBitCountsSse41(x));
 }
 
-// All ones with `word` in lane `Lane`.
+// v with `word` in lane `Lane`.
 template <int Lane>
-VIDEOHDR_TARGET_SSE41 inline __m128i onesWithLaneSse41(uint32_t word) {
-  return _mm_insert_epi32(_mm_set1_epi32(-1), static_cast<int>(word), Lane);
+VIDEOHDR_TARGET_SSE41 inline __m128i withLaneSse41(__m128i v, uint32_t word) {
+  return _mm_insert_epi32(v, static_cast<int>(word), Lane);
 }
 
 // The sum of sixteen 8-bit lanes (the sums of absolute differences from 0 of

@@ -22,9 +22,10 @@ namespace {
 VIDEOHDR_TARGET_SSE41 __m128i countRow(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
                                        uint32_t *scratchD, uint32_t *scratchP) {
   const FunnelCounts counts = funnelCounts(plan.shift);
-  const __m128i firstD = onesWithLaneSse41<0>(plan.firstMaskDisplaced);
-  const __m128i firstP = onesWithLaneSse41<0>(plan.firstMaskPlain);
-  const __m128i endPartner = onesWithLaneSse41<3>(plan.bodyEndPartnerMask);
+  const __m128i ones = _mm_set1_epi32(-1);
+  const __m128i firstD = withLaneSse41<0>(ones, plan.firstMaskDisplaced);
+  const __m128i firstP = withLaneSse41<0>(ones, plan.firstMaskPlain);
+  const __m128i endPartner = withLaneSse41<3>(ones, plan.bodyEndPartnerMask);
   __m128i lanes = _mm_setzero_si128();
   for (int32_t b = 0; b < plan.bodyBlocks; ++b) {
     __m128i dv = loadWordsSse41(d + 4 * b), next = loadWordsSse41(d + 4 * b + 1);
@@ -79,19 +80,10 @@ VIDEOHDR_TARGET_SSE41 void scoreTriple(const CandidateTriple &c, uint32_t (&coun
   }
 }
 
-template <int U>
-void scoreTriplesWithShift(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
-  for (int k = 0; k < 3; ++k) {
-    if (c[k].empty) continue;
-    withTailWords(c[k].zero.tailWords,
-                  [&](auto t) { scoreTriple<decltype(t)::value, U>(c[k], counts[k]); });
-  }
-}
-
-// The default step of 2 gets immediate shifts in the body.
 void scoreTriples(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
-  if (c[0].positive.shift == 2) return scoreTriplesWithShift<2>(c, counts);
-  scoreTriplesWithShift<0>(c, counts);
+  scoreEachTriple(c, counts, [](auto t, auto u, const CandidateTriple &triple, uint32_t(&n)[3]) {
+    scoreTriple<decltype(t)::value, decltype(u)::value>(triple, n);
+  });
 }
 
 // The word after the block is loaded only for a displaced row (shift != 0).

@@ -7,6 +7,7 @@
 #define VIDEOHDR_ALIGN_TRIPLE_BLOCKS_X86_H
 
 #include <cstdint>
+#include <type_traits>
 
 #include "../simd.h"
 #include "lanes_x86.h"
@@ -38,22 +39,18 @@ struct TripleMasksSse41 {
   __m128i rightPlain;              // dx > 0: counted, R's last word
 };
 
-VIDEOHDR_TARGET_SSE41 inline __m128i withLastLaneSse41(__m128i v, uint32_t last) {
-  return _mm_insert_epi32(v, static_cast<int>(last), 3);
-}
-
 VIDEOHDR_TARGET_SSE41 inline TripleMasksSse41 tripleMasksSse41(const CandidateTriple &c,
                                                                int32_t tailWords) {
   const __m128i lane = _mm_setr_epi32(0, 1, 2, 3), ones = _mm_set1_epi32(-1);
   const __m128i counted = _mm_cmpgt_epi32(lane, _mm_set1_epi32(2 - tailWords));
-  return {onesWithLaneSse41<0>(0x7FFFFFFFu),
-          onesWithLaneSse41<0>(kAllOnes >> c.positive.shift),
+  return {withLaneSse41<0>(ones, 0x7FFFFFFFu),
+          withLaneSse41<0>(ones, kAllOnes >> c.positive.shift),
           counted,
-          withLastLaneSse41(counted, c.zero.lastMaskPlain),
-          withLastLaneSse41(ones, c.negative.lastMaskDisplaced),
-          withLastLaneSse41(counted, c.negative.lastMaskPlain),
-          withLastLaneSse41(ones, c.positive.lastMaskDisplaced),
-          withLastLaneSse41(counted, c.positive.lastMaskPlain)};
+          withLaneSse41<3>(counted, c.zero.lastMaskPlain),
+          withLaneSse41<3>(ones, c.negative.lastMaskDisplaced),
+          withLaneSse41<3>(counted, c.negative.lastMaskPlain),
+          withLaneSse41<3>(ones, c.positive.lastMaskDisplaced),
+          withLaneSse41<3>(counted, c.positive.lastMaskPlain)};
 }
 
 // The body block at words r[0..3] and s[0..3] of R and S, their funnels
@@ -93,6 +90,21 @@ VIDEOHDR_TARGET_SSE41 inline void addTripleCountsSse41(const TripleLanesSse41 &l
   counts[0] += addByteLanesSse41(lanes.still);
   counts[1] += addByteLanesSse41(lanes.left);
   counts[2] += addByteLanesSse41(lanes.right);
+}
+
+// Scores each triple that has rows with score(t, u, triple, counts), t and u
+// compile-time constants: the tail words, and the shift when it is the
+// search's default step of 2 (immediate shifts in the body), else 0.
+template <typename Score>
+void scoreEachTriple(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3], Score score) {
+  const auto eachTriple = [&](auto u) {
+    for (int k = 0; k < 3; ++k) {
+      if (c[k].empty) continue;
+      withTailWords(c[k].zero.tailWords, [&](auto t) { score(t, u, c[k], counts[k]); });
+    }
+  };
+  if (c[0].positive.shift == 2) return eachTriple(std::integral_constant<int, 2>{});
+  eachTriple(std::integral_constant<int, 0>{});
 }
 
 }  // namespace videohdr
