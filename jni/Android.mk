@@ -20,6 +20,10 @@ LOCAL_SRC_FILES := \
     alignment_op/xor_two_result.cpp \
     alignment_op/back.cpp \
     alignment_op/sobel.cpp \
+    alignment_op/bitmap_ops_sse41.cpp \
+    alignment_op/score_ops_sse41.cpp \
+    alignment_op/bitmap_ops_avx2.cpp \
+    alignment_op/score_ops_avx2.cpp \
     fusion/fusion_context.cpp \
     fusion/exposure_fusion.cpp \
     fusion/filter7x7.cpp \

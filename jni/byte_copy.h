@@ -27,6 +27,10 @@ inline constexpr CopyKernels kCopyNeon = {copyBytesNeon};
 #endif
 
 #if VIDEOHDR_HAVE_X86_SIMD
+// Both x86 instances keep the C library's copy: glibc picks its own vector
+// width (and `rep movsb` for large copies) when it is loaded, and on
+// frame-sized copies it was as fast as 16- and 32-byte loops from the cache
+// and faster from memory.
 inline constexpr CopyKernels kCopySse41 = kCopyPortable;
 inline constexpr CopyKernels kCopyAvx2 = kCopyPortable;
 #endif

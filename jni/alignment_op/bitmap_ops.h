@@ -86,8 +86,23 @@ inline constexpr BitmapKernels kBitmapNeon = {sumLumaNeon,           copyLumaAnd
 #endif
 
 #if VIDEOHDR_HAVE_X86_SIMD
-inline constexpr BitmapKernels kBitmapSse41 = kBitmapPortable;
-inline constexpr BitmapKernels kBitmapAvx2 = kBitmapPortable;
+uint32_t sumLumaSse41(const uint8_t *image, int32_t w, int32_t h);
+uint32_t copyLumaAndSumSse41(uint8_t *dst, const uint8_t *src, size_t n);
+void packThresholdBitsSse41(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
+                            uint32_t *bitmap);
+void decimateRowSse41(const uint32_t *src, uint32_t *dst, int32_t words);
+void shiftRowLeftSse41(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx);
+void shiftRowRightSse41(const uint32_t *src, uint32_t *dst, int32_t width, int32_t shift);
+inline constexpr BitmapKernels kBitmapSse41 = {sumLumaSse41,           copyLumaAndSumSse41,
+                                               packThresholdBitsSse41, decimateRowSse41,
+                                               shiftRowLeftSse41,      shiftRowRightSse41};
+uint32_t sumLumaAvx2(const uint8_t *image, int32_t w, int32_t h);
+uint32_t copyLumaAndSumAvx2(uint8_t *dst, const uint8_t *src, size_t n);
+void packThresholdBitsAvx2(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
+                           uint32_t *bitmap);
+inline constexpr BitmapKernels kBitmapAvx2 = {sumLumaAvx2,           copyLumaAndSumAvx2,
+                                              packThresholdBitsAvx2, decimateRowSse41,
+                                              shiftRowLeftSse41,     shiftRowRightSse41};
 #endif
 
 // Whether sumLuma over rows of w bytes is the plain sum of the image's bytes:

@@ -71,8 +71,17 @@ inline constexpr ScoreKernels kScoreNeon = {countCandidateNeon, scoreNineCandida
 #endif
 
 #if VIDEOHDR_HAVE_X86_SIMD
-inline constexpr ScoreKernels kScoreSse41 = kScorePortable;
-inline constexpr ScoreKernels kScoreAvx2 = kScorePortable;
+int32_t countCandidateSse41(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx);
+bool scoreNineCandidatesSse41(const AlignContext *ctx, int32_t level, int32_t scores[9]);
+void countXorBlocksSse41(const uint32_t *displaced, const uint32_t *other, int32_t pitchWords,
+                         int32_t rows, int32_t words, int32_t shift, uint32_t totals[4]);
+double sobelBlockSumSse41(const uint8_t *image, int32_t width, int32_t height);
+inline constexpr ScoreKernels kScoreSse41 = {countCandidateSse41, scoreNineCandidatesSse41,
+                                             countXorBlocksSse41, sobelBlockSumSse41};
+bool scoreNineCandidatesAvx2(const AlignContext *ctx, int32_t level, int32_t scores[9]);
+double sobelBlockSumAvx2(const uint8_t *image, int32_t width, int32_t height);
+inline constexpr ScoreKernels kScoreAvx2 = {countCandidateSse41, scoreNineCandidatesAvx2,
+                                            countXorBlocksSse41, sobelBlockSumAvx2};
 #endif
 
 // Runs shiftPyramid from the coarsest level down to level 0, or stores a zero

@@ -11,56 +11,14 @@
 #include "../simd.h"
 #include "../videohdr.h"
 #include "bit_rows.h"
+#include "bitmap_layout.h"
 #include "bitmap_ops.h"
 
 namespace videohdr {
 namespace {
 
-// Words funnelled by a move to the left: W - k, with k = 3 when the last data
-// word's r = width % 32 pixels all leave it (0 < r <= sx), else k = 2. With
-// k = 3 those pixels are not brought into word W - 3: the move loses up to sx
-// pixels at the right edge. The search's scores at every finer level depend on
-// these exact bits, so the loss is kept. Negative only for rows of fewer than
-// 32 pixels, which then have nothing to move.
-int32_t leftFunnelWords(int32_t width, int32_t sx) {
-  const int32_t r = width % 32;
-  return bitmapWords(width) - (r > 0 && r <= sx ? 3 : 2);
-}
-
-// Bits of word j holding pixels before `limit`. A rightward move drops every
-// source pixel from width - shift on: it would land past the row's last pixel.
-uint32_t keptBits(int32_t j, int32_t limit) {
-  const int32_t bits = limit - 32 * j;
-  if (bits >= 32) return ~0u;
-  if (bits <= 0) return 0;
-  return ~0u << (32 - bits);
-}
-
 void funnelWordsLeftPortable(const uint32_t *src, uint32_t *dst, int32_t count, int32_t sx) {
   for (int32_t i = 0; i < count; ++i) dst[i] = funnelLeft(src[i], src[i + 1], sx);
-}
-
-// Destination words [first, end) of a move to the right.
-void moveWordsRightPortable(const uint32_t *src, uint32_t *dst, int32_t first, int32_t end,
-                            int32_t limit, int32_t shift) {
-  uint32_t before = first == 0 ? 0 : src[first - 1] & keptBits(first - 1, limit);
-  for (int32_t j = first; j < end; ++j) {
-    const uint32_t word = src[j] & keptBits(j, limit);
-    dst[j] = funnelRight(word, before, shift);
-    before = word;
-  }
-}
-
-// The layout both variants share; they differ in how the whole words are
-// funnelled. Word W - k is the last lane of the block that finishes the
-// funnelled words, so it is written (as src[W - k] << sx) only when W - k ends
-// in a partial block; after a whole number of blocks it stays clear.
-template <void (*funnelWords)(const uint32_t *, uint32_t *, int32_t, int32_t)>
-void shiftRowLeft(const uint32_t *src, uint32_t *dst, int32_t width, int32_t sx) {
-  const int32_t funnelled = leftFunnelWords(width, sx);
-  if (funnelled < 0) return;
-  funnelWords(src, dst, funnelled, sx);
-  if (funnelled % kBlockWords != 0) dst[funnelled] = src[funnelled] << sx;
 }
 
 #if VIDEOHDR_HAVE_NEON
@@ -102,7 +60,7 @@ void shiftRowLeftNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_t
 void shiftRowRightNeon(const uint32_t *src, uint32_t *dst, int32_t width, int32_t shift) {
   const int32_t dataWords = bitmapWords(width) - 1;
   const int32_t limit = width - shift;
-  const int32_t unmasked = limit > 0 ? std::min(dataWords, limit / 32) : 0;
+  const int32_t unmasked = unmaskedRightWords(width, shift);
   const FunnelShifts shifts = funnelTowardsBit0(shift);
   uint32x4_t previous = vdupq_n_u32(0);
   for (int32_t i = 0; i + kBlockWords <= unmasked; i += kBlockWords) {

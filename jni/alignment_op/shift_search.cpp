@@ -9,31 +9,11 @@
 #include "../kernels.h"
 #include "align_internal.h"
 #include "bit_rows.h"
+#include "score_layout.h"
 #include "score_ops.h"
 
 namespace videohdr {
 namespace {
-
-constexpr uint32_t kAllOnes = 0xFFFFFFFFu;
-
-// Everything about one candidate that stays the same from row to row.
-//
-// One side of the comparison is "displaced": its word i is funnelled with word
-// i + 1 so that its pixel x + shift lands on x (S for dx >= 0, R for dx < 0).
-// The other side is compared as it stands.
-struct CountPlan {
-  const uint32_t *displaced;  // first visited row of the displaced side
-  const uint32_t *plain;      // first visited row of the other side
-  int32_t pitch;              // words per row, W
-  int32_t rows;
-  int32_t shift;                                // |dx|; 0 leaves the displaced side as it is
-  int32_t bodyBlocks;                           // 16-byte blocks from word 0
-  int32_t tailWords;                            // t = (W - 6) mod 4; 0 means no tail block
-  int32_t lastWord;                             // W - 2, the last data word
-  uint32_t firstMaskDisplaced, firstMaskPlain;  // on word 0, before the funnel
-  uint32_t lastMaskDisplaced, lastMaskPlain;    // on the last data word, in the tail
-  uint32_t bodyEndPartnerMask;                  // on the last body block's funnel partner
-};
 
 // Edge masks of the last data word (r = w mod 32, u = |dx|).
 void setEdgeMasks(int32_t dx, int32_t r, int32_t u, CountPlan *plan) {
@@ -61,10 +41,8 @@ void setEdgeMasks(int32_t dx, int32_t r, int32_t u, CountPlan *plan) {
   }
 }
 
-// Fills `plan` for one candidate; false when the candidate counts nothing (an
-// empty row range) or lies outside the layout (no such level, |dx| >= 32, a
-// level narrower than kMinSearchLevelWidth). Every row read lies inside the
-// level's h rows and every word read inside words 0 .. W - 2 of a row.
+}  // namespace
+
 bool makePlan(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx, CountPlan *plan) {
   if (level < 0 || level >= ctx->levels || dx <= -32 || dx >= 32) return false;
   const int32_t w = ctx->levelWidth[level];
@@ -102,13 +80,28 @@ bool makePlan(const AlignContext *ctx, int32_t level, int32_t dy, int32_t dx, Co
   return true;
 }
 
-// The tail block of one side: its t tail words, then its masked last data
-// word. Words t + 1 .. 7 of the scratch block stay zero for the whole call, so
-// the funnel's partner after the last data word is zero.
-void fillTail(const CountPlan &plan, const uint32_t *row, uint32_t mask, uint32_t *scratch) {
-  const int32_t t = plan.tailWords;
-  loadPartialBlock(scratch, row + plan.lastWord - t, t, mask);
+bool fusableLevel(const AlignContext *ctx, int32_t level, int32_t u) {
+  if (level < 0 || level >= ctx->levels || u < 1 || u > kMaxFusedShift) return false;
+  const int32_t w = ctx->levelWidth[level];
+  if (w < kMinSearchLevelWidth) return false;
+  const int32_t W = (w + 63) >> 5;
+  const int32_t t = (W - 6) % 4;
+  const int32_t blocks = (W - 2 - t) / 4 + (t != 0 ? 1 : 0);
+  const int32_t r = w & 31;
+  return blocks <= kMaxUnwrappedBlocks && !(r != 0 && r <= u && t == 0);
 }
+
+CandidateTriple tripleFor(const AlignContext *ctx, int32_t level, int32_t dy, int32_t u) {
+  CandidateTriple c;
+  c.empty = !makePlan(ctx, level, dy, 0, &c.zero);
+  if (!c.empty) {
+    makePlan(ctx, level, dy, -u, &c.negative);
+    makePlan(ctx, level, dy, u, &c.positive);
+  }
+  return c;
+}
+
+namespace {
 
 uint32_t countRowPortable(const CountPlan &plan, const uint32_t *d, const uint32_t *p,
                           uint32_t *scratchD, uint32_t *scratchP) {
@@ -165,48 +158,6 @@ uint8x16_t countRowNeon(const CountPlan &plan, const uint32_t *d, const uint32_t
   return lanes;
 }
 #endif
-
-// ---- The nine candidates of a level scored together ----
-//
-// shiftPyramid's nine candidates come in three triples (dy, 0), (dy, -u),
-// (dy, +u) that compare the same pair of rows: one pass per triple reads each
-// row pair once and scores all three (on AArch64 one pass scores all nine).
-// Within a fusable level every count is a plain sum of bit counts, which is
-// what the per-row 8-bit lane counters give as long as no lane can wrap: at
-// most 31 counted blocks per row.
-constexpr int32_t kMaxUnwrappedBlocks = 31;
-// A positive shift's word-0 masks (S & ~0 >> 2u, R & ~0 >> u, before the
-// funnel) act on the compared word as one mask ~0 >> u only while u <= 16.
-constexpr int32_t kMaxFusedShift = 16;
-
-struct CandidateTriple {
-  bool empty;  // no rows to compare: all three score 0
-  CountPlan zero, negative, positive;
-};
-
-// The layout the fused passes reproduce exactly: besides the lane bound and the
-// shift limit, no rightward candidate that masks its last body block's partner
-// (0 < w % 32 <= u with no tail block), which only the per-candidate count has.
-bool fusableLevel(const AlignContext *ctx, int32_t level, int32_t u) {
-  if (level < 0 || level >= ctx->levels || u < 1 || u > kMaxFusedShift) return false;
-  const int32_t w = ctx->levelWidth[level];
-  if (w < kMinSearchLevelWidth) return false;
-  const int32_t W = (w + 63) >> 5;
-  const int32_t t = (W - 6) % 4;
-  const int32_t blocks = (W - 2 - t) / 4 + (t != 0 ? 1 : 0);
-  const int32_t r = w & 31;
-  return blocks <= kMaxUnwrappedBlocks && !(r != 0 && r <= u && t == 0);
-}
-
-CandidateTriple tripleFor(const AlignContext *ctx, int32_t level, int32_t dy, int32_t u) {
-  CandidateTriple c;
-  c.empty = !makePlan(ctx, level, dy, 0, &c.zero);
-  if (!c.empty) {
-    makePlan(ctx, level, dy, -u, &c.negative);
-    makePlan(ctx, level, dy, u, &c.positive);
-  }
-  return c;
-}
 
 // Words 0, W - 3 and (with a tail block) W - 2 of one candidate's row pair, the
 // words its masks touch. d is the displaced side, p the other.
@@ -393,22 +344,6 @@ void scoreNineNeon(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
 }
 #endif
 
-// Calls score(std::integral_constant<int, T>) with T the plans' tail words
-// (0 to 3), which the passes take as a compile-time constant.
-template <typename Score>
-void withTailWords(int32_t tailWords, Score score) {
-  switch (tailWords) {
-    case 0:
-      return score(std::integral_constant<int, 0>{});
-    case 1:
-      return score(std::integral_constant<int, 1>{});
-    case 2:
-      return score(std::integral_constant<int, 2>{});
-    default:
-      return score(std::integral_constant<int, 3>{});
-  }
-}
-
 template <int U>
 void scoreTriplesNeonWithShift(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
 #if defined(__aarch64__)
@@ -434,27 +369,6 @@ void scoreTriplesNeon(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
 void scoreTriplesPortable(const CandidateTriple (&c)[3], uint32_t (&counts)[3][3]) {
   for (int k = 0; k < 3; ++k)
     if (!c[k].empty) scoreTriplePortable(c[k], counts[k]);
-}
-
-// Scores in shiftPyramid's order: candidate i is (dy, dx) = (offsets[i / 3],
-// offsets[i % 3]) with offsets 0, -s, +s.
-template <void (*scoreTriples)(const CandidateTriple (&)[3], uint32_t (&)[3][3])>
-bool scoreCandidates(const AlignContext *ctx, int32_t level, int32_t scores[9]) {
-  const int32_t s = ctx->searchStep;
-  if (s == INT32_MIN) return false;
-  const int32_t u = std::abs(s);
-  if (!fusableLevel(ctx, level, u)) return false;
-  const int32_t offsets[3] = {0, -s, s};
-  CandidateTriple c[3];
-  for (int32_t k = 0; k < 3; ++k) c[k] = tripleFor(ctx, level, offsets[k], u);
-  uint32_t counts[3][3] = {};  // per offset: dx = 0, -u, +u
-  scoreTriples(c, counts);
-  for (int32_t k = 0; k < 3; ++k) {
-    scores[3 * k] = static_cast<int32_t>(counts[k][0]);
-    scores[3 * k + 1] = static_cast<int32_t>(s > 0 ? counts[k][1] : counts[k][2]);
-    scores[3 * k + 2] = static_cast<int32_t>(s > 0 ? counts[k][2] : counts[k][1]);
-  }
-  return true;
 }
 
 }  // namespace

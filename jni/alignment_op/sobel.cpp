@@ -6,12 +6,10 @@
 #include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
+#include "score_layout.h"
 #include "score_ops.h"
 
 namespace {
-
-constexpr int32_t kBlock = 8;
-constexpr int kClamp = 255;
 
 // min(|gx| + |gy|, 255) for the 3 x 3 neighbourhood whose top-left byte is p.
 int clampedGradient(const uint8_t *p, ptrdiff_t pitch) {
@@ -21,24 +19,7 @@ int clampedGradient(const uint8_t *p, ptrdiff_t pitch) {
   const int gx = (t[2] + 2 * m[2] + b[2]) - (t[0] + 2 * m[0] + b[0]);
   const int gy = (t[0] + 2 * t[1] + t[2]) - (b[0] + 2 * b[1] + b[2]);
   const int magnitude = (gx < 0 ? -gx : gx) + (gy < 0 ? -gy : gy);
-  return magnitude < kClamp ? magnitude : kClamp;
-}
-
-// Blocks of eight centres per row: the first covers columns 1..8 and blocks
-// follow while 8k < width - 8. There is no scalar tail, so the rightmost
-// interior columns may go uncounted, and when width % 8 == 1 the last block
-// reaches one column past the row (the next row's column 0; one byte past the
-// plane on the last interior row).
-int32_t blocksPerRow(int32_t width) { return (width - kBlock + kBlock - 1) / kBlock; }
-
-bool tooSmallForBlocks(int32_t width, int32_t height) { return height < 3 || width < 9; }
-
-// The per-row lanes are widened as signed 16-bit values, lanes i and i + 4
-// into total i; the totals add up in this order.
-double sumTotals(const int32_t totals[4]) {
-  return ((static_cast<double>(totals[0]) + static_cast<double>(totals[1])) +
-          static_cast<double>(totals[2])) +
-         static_cast<double>(totals[3]);
+  return magnitude < videohdr::kSobelClamp ? magnitude : videohdr::kSobelClamp;
 }
 
 }  // namespace
@@ -46,17 +27,17 @@ double sumTotals(const int32_t totals[4]) {
 namespace videohdr {
 
 double sobelBlockSumPortable(const uint8_t *image, int32_t width, int32_t height) {
-  if (tooSmallForBlocks(width, height)) return 0.0;
-  const int32_t blocks = blocksPerRow(width);
+  if (tooSmallForSobelBlocks(width, height)) return 0.0;
+  const int32_t blocks = sobelBlocksPerRow(width);
   const ptrdiff_t pitch = width;
   uint32_t totals[4] = {0, 0, 0, 0};
   for (int32_t row = 1; row <= height - 2; ++row) {
     const uint8_t *top = image + (row - 1) * pitch;
-    uint16_t lanes[kBlock] = {0};  // wrap at 16 bits like the vector lanes
+    uint16_t lanes[kSobelBlock] = {0};  // wrap at 16 bits like the vector lanes
     for (int32_t b = 0; b < blocks; ++b) {
-      for (int32_t lane = 0; lane < kBlock; ++lane)
-        lanes[lane] =
-            static_cast<uint16_t>(lanes[lane] + clampedGradient(top + b * kBlock + lane, pitch));
+      for (int32_t lane = 0; lane < kSobelBlock; ++lane)
+        lanes[lane] = static_cast<uint16_t>(lanes[lane] +
+                                            clampedGradient(top + b * kSobelBlock + lane, pitch));
     }
     for (int i = 0; i < 4; ++i) {
       totals[i] += static_cast<uint32_t>(static_cast<int32_t>(static_cast<int16_t>(lanes[i])));
@@ -66,7 +47,7 @@ double sobelBlockSumPortable(const uint8_t *image, int32_t width, int32_t height
   const int32_t signedTotals[4] = {static_cast<int32_t>(totals[0]), static_cast<int32_t>(totals[1]),
                                    static_cast<int32_t>(totals[2]),
                                    static_cast<int32_t>(totals[3])};
-  return sumTotals(signedTotals);
+  return sumSobelTotals(signedTotals);
 }
 
 #if VIDEOHDR_HAVE_NEON
@@ -92,23 +73,23 @@ uint16x8_t clampedGradients8(const uint8_t *top, ptrdiff_t pitch, uint16x8_t cla
 }  // namespace
 
 double sobelBlockSumNeon(const uint8_t *image, int32_t width, int32_t height) {
-  if (tooSmallForBlocks(width, height)) return 0.0;
-  const int32_t blocks = blocksPerRow(width);
+  if (tooSmallForSobelBlocks(width, height)) return 0.0;
+  const int32_t blocks = sobelBlocksPerRow(width);
   const ptrdiff_t pitch = width;
-  const uint16x8_t clamp = vdupq_n_u16(kClamp);
+  const uint16x8_t clamp = vdupq_n_u16(kSobelClamp);
   int32x4_t totals = vdupq_n_s32(0);
   for (int32_t row = 1; row <= height - 2; ++row) {
     const uint8_t *top = image + (row - 1) * pitch;
     uint16x8_t lanes = vdupq_n_u16(0);
     for (int32_t b = 0; b < blocks; ++b)
-      lanes = vaddq_u16(lanes, clampedGradients8(top + b * kBlock, pitch, clamp));
+      lanes = vaddq_u16(lanes, clampedGradients8(top + b * kSobelBlock, pitch, clamp));
     const int16x8_t signedLanes = vreinterpretq_s16_u16(lanes);
     totals = vaddq_s32(totals, vaddq_s32(vmovl_s16(vget_low_s16(signedLanes)),
                                          vmovl_s16(vget_high_s16(signedLanes))));
   }
   int32_t out[4];
   vst1q_s32(out, totals);
-  return sumTotals(out);
+  return sumSobelTotals(out);
 }
 
 #endif  // VIDEOHDR_HAVE_NEON

@@ -8,17 +8,11 @@
 #include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
+#include "bitmap_layout.h"
 #include "bitmap_ops.h"
 
 namespace videohdr {
 namespace {
-
-// A row of up to 2,056 pixels cannot wrap a 16-bit lane (each lane adds at
-// most 257 bytes of 255), so its lane total is the plain sum of the bytes its
-// 8-byte groups cover, added in any order. Wider rows follow the lanes.
-constexpr int32_t kWidestUnwrappedRow = 2056;
-
-int32_t coveredBytes(int32_t w) { return (w + 7) & ~7; }
 
 // The mean is held within [minThreshold, maxThreshold]: the upper clamp first,
 // then the lower one, so the lower one wins when the two cross.
@@ -60,40 +54,6 @@ uint32_t packBlockPortable(const uint8_t *pixels, uint8_t threshold) {
 // Packs `blocks` whole 32-pixel blocks of a row into consecutive words.
 void packBlocksPortable(const uint8_t *row, int32_t blocks, uint8_t threshold, uint32_t *words) {
   for (int32_t j = 0; j < blocks; ++j) words[j] = packBlockPortable(row + 32 * j, threshold);
-}
-
-// The block layout both variants share; only the block packer differs.
-template <void (*packBlocks)(const uint8_t *, int32_t, uint8_t, uint32_t *)>
-void packRows(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold, uint32_t *bitmap) {
-  const int32_t words = bitmapWords(w);
-  const int32_t tailPixels = w % 32;
-  // Blocks at x = 0 and then while x < w - 32: for a width that is a multiple
-  // of 32 this stops one block early, so the last 32 columns keep 0 bits. The
-  // search's counts depend on it.
-  const int32_t wholeBlocks = w >= 33 ? (w - 32 + 31) / 32 : 0;
-  for (int32_t y = 0; y < h; ++y) {
-    const uint8_t *row = image + static_cast<size_t>(y) * w;
-    uint32_t *rowWords = bitmap + static_cast<size_t>(y) * words;
-    // The blocks leave two words of every row, the tail (or blocked) word and
-    // the spare one: clearing just these (the tail word may then be stored
-    // over the first) leaves what clearing the whole bitmap first would.
-    rowWords[wholeBlocks] = rowWords[wholeBlocks + 1] = 0;
-    // Narrower than 33 pixels the block loop never starts and every row's tail
-    // word is stored to word 1 of row 0, so only the last row's bits remain
-    // there. Such widths are outside the search's range; the bits stay those of
-    // the block layout rather than a different layout for small frames.
-    uint32_t *tailWord = bitmap + 1;
-    if (wholeBlocks > 0) {
-      packBlocks(row, wholeBlocks, threshold, rowWords);
-      tailWord = rowWords + wholeBlocks;
-    }
-    if (tailPixels != 0) {
-      // The zero padding gives 0 bits: no byte is greater than any threshold.
-      uint8_t block[32] = {0};
-      std::memcpy(block, row + 32 * wholeBlocks, static_cast<size_t>(tailPixels));
-      packBlocks(block, 1, threshold, tailWord);
-    }
-  }
 }
 
 #if VIDEOHDR_HAVE_NEON

@@ -13,29 +13,10 @@
 #include "../simd.h"
 #include "../videohdr.h"
 #include "bit_rows.h"
+#include "score_layout.h"
 #include "score_ops.h"
 
 namespace {
-
-using videohdr::kBlockWords;
-
-// What a per-row partial block needs: the two scratch blocks (zeroed once)
-// and where the partial words start. A displaced row's block also gets the
-// word after its partial words, kept in its top `shift` bits only: it feeds
-// the funnel of the last copied word and funnels to 0 itself.
-struct PartialBlock {
-  uint32_t displaced[2 * kBlockWords] = {0};
-  uint32_t other[2 * kBlockWords] = {0};
-  int32_t start;
-  int32_t words;
-  explicit PartialBlock(int32_t totalWords)
-      : start(totalWords & ~(kBlockWords - 1)), words(totalWords & (kBlockWords - 1)) {}
-  void load(const uint32_t *displacedRow, const uint32_t *otherRow, int32_t shift) {
-    const uint32_t partnerBits = shift == 0 ? 0 : ~(~0u >> shift);
-    videohdr::loadPartialBlock(displaced, displacedRow + start, words, partnerBits);
-    videohdr::loadPartialBlock(other, otherRow + start, words, 0);
-  }
-};
 
 // Where the per-row full-word count stops, which word is the edge word and
 // which of the undisplaced side's bits it keeps.
@@ -141,8 +122,8 @@ extern "C" float xorTwoResult(AlignContext *context, int32_t /*ignored1*/, int32
   if (shift != 0) edge = edgeWordFor(width, pitchWords, shift);
 
   uint32_t totals[4];
-  videohdr::activeKernels().score.countXorBlocks(displaced, other, pitchWords, rows, edge.index, shift,
-                                          totals);
+  videohdr::activeKernels().score.countXorBlocks(displaced, other, pitchWords, rows, edge.index,
+                                                 shift, totals);
 
   float edgeTotal = 0.0f;
   if (shift != 0) {

@@ -1,6 +1,6 @@
-// Portable against NEON for the copy and bitmap kernels: bulk copies,
-// threshold sums and bits, pyramid decimation and row moves, on random
-// contents and many widths.
+// Portable against every other instance (NEON, SSE4.1, AVX2) for the copy and
+// bitmap kernels: bulk copies, threshold sums and bits, pyramid decimation and
+// row moves, on random contents and many widths.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -42,11 +42,12 @@ TEST(DiffCopy, CopyAndCopyWithSum) {
 }
 
 // Luma sums (reading up to 7 bytes past a row; saturated rows wrap the
-// lanes) and threshold bits at thresholds that hit the biased values.
+// lanes, also with every 8-byte remainder of a 32-byte step) and threshold
+// bits at thresholds that hit the biased values.
 TEST(DiffBitmap, SumsAndThresholdBits) {
   std::mt19937 rng(11);
   std::vector<int> widths = checkasm::widthsToTry(1, 4300, rng, 100);
-  for (int w : {2056, 2057, 2063, 2064, 4096, 4103}) widths.push_back(w);
+  for (int w : {2056, 2057, 2063, 2064, 2072, 2080, 4096, 4103}) widths.push_back(w);
   for (int w : widths) {
     for (int h : {1, 2, 5}) {
       std::vector<uint8_t> image = checkasm::randomBytes(size_t(w) * h + 7, rng, true);
@@ -69,7 +70,8 @@ TEST(DiffBitmap, SumsAndThresholdBits) {
 
 // Decimation of rows of every length to 70 words; row moves in both
 // directions at every shift 1..31, on widths from a few pixels up, the
-// search's smallest coarse level (129) and beyond.
+// search's smallest coarse level (129) and beyond, and the levels of the
+// frame sizes the library is measured on.
 TEST(DiffBitmap, DecimationAndRowMoves) {
   std::mt19937 rng(13);
   for (int words = 1; words <= 70; ++words) {
@@ -83,6 +85,8 @@ TEST(DiffBitmap, DecimationAndRowMoves) {
   }
   std::vector<int> widths = checkasm::widthsToTry(1, 2200, rng, 70, 20);
   for (int w = 129; w < 129 + 40; ++w) widths.push_back(w);
+  for (int w : {1920, 960, 480, 240, 1366, 683, 341, 170, 2560, 1280, 640, 320})
+    widths.push_back(w);
   for (int w : widths) {
     const std::vector<uint32_t> src = checkasm::randomWords(rowBytes(w) / 4, rng);
     for (int32_t shift = 1; shift < 32; ++shift) {

@@ -1,4 +1,5 @@
-// Portable against NEON for the scoring kernels: the search's candidate
+// Portable against every other instance (NEON, SSE4.1, AVX2) for the scoring
+// kernels: the search's candidate
 // count and its nine-candidate passes, the full-resolution word counter and
 // the block gradient sum. Inputs are sized exactly to what each kernel may
 // read, so the sanitizer build catches any read beyond.
@@ -55,15 +56,18 @@ TEST(DiffScore, CandidateCounts) {
   }
 }
 
-// shiftPyramid's nine candidates scored together: both variants agree on
-// whether the layout is theirs and on every score, and each score they give
+// shiftPyramid's nine candidates scored together: every instance agrees on
+// whether the layout is its own and on every score, and each score it gives
 // is the candidate's own count. Steps of 17 and rows of 32 blocks (where the
 // dense rows wrap the count's lanes) are not theirs; a height of 3 leaves the
 // vertical candidates no rows, and 36 leaves a step of 16 fifteen rows at the
-// top and the bottom that only the unmoved row compares.
+// top and the bottom that only the unmoved row compares. The spread of widths
+// to 900 gives rows of one to seven body blocks with every tail length (the
+// AVX2 passes count body blocks in pairs).
 TEST(DiffScore, NineCandidatesTogether) {
   std::mt19937 rng(14);
   std::vector<int> widths = checkasm::widthsToTry(129, 2200, rng, 70);
+  for (int w = 200; w < 900; w += 37) widths.push_back(w);
   for (int w : {3968, 3969, 4000, 4064, 4096}) widths.push_back(w);
   for (int w : widths) {
     for (int32_t h : {3, 9, 36}) {
