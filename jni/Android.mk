@@ -26,6 +26,8 @@ LOCAL_SRC_FILES := \
     fusion/filter7x7.cpp \
     fusion/scale2x.cpp \
     fusion/chroma_uv.cpp \
+    fusion/plane_ops_sse41.cpp \
+    fusion/plane_ops_avx2.cpp \
     ../planes/plane_layout.cpp \
     ../planes/plane_copy.cpp \
     ../planes/videohdr_planes.cpp
