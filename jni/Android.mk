@@ -23,6 +23,8 @@ LOCAL_SRC_FILES := \
     alignment_op/sobel.cpp \
     fusion/fusion_context.cpp \
     fusion/exposure_fusion.cpp \
+    fusion/exposure_fusion_sse41.cpp \
+    fusion/exposure_fusion_avx2.cpp \
     fusion/filter7x7.cpp \
     fusion/scale2x.cpp \
     fusion/chroma_uv.cpp \
