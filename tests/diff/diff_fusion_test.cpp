@@ -18,8 +18,8 @@ static_assert(checkasm::hasMembers<videohdr::FusionKernels>(5), "a fusion kernel
 
 TEST(FusionKernelDiff, RowKernels) {
   std::mt19937 rng(11);
-  // Every count up to 160: each remainder of the widest steps (64 bytes)
-  // after a whole step.
+  // Every count up to 160: each remainder of the x86 steps (16 and 32
+  // bytes) after one or more whole steps.
   for (int count : checkasm::widthsToTry(0, 5000, rng, 161)) {
     const auto a = checkasm::randomBytes(count, rng, true);
     const auto b = checkasm::randomBytes(count, rng, true);
