@@ -31,18 +31,20 @@ struct Sse41Steps {
   }
 };
 
-// The even bytes of 32: the low halves of the 16-bit lanes, narrowed.
-VIDEOHDR_TARGET_SSE41 inline __m128i evenBytes(const uint8_t *p) {
+// The even and the odd bytes of 32 (the low and the high halves of their
+// 16-bit lanes), narrowed.
+VIDEOHDR_TARGET_SSE41 inline __m128i evenBytes(__m128i first, __m128i second) {
   const __m128i low = _mm_set1_epi16(0xff);
-  return _mm_packus_epi16(_mm_and_si128(load16(p), low), _mm_and_si128(load16(p + 16), low));
+  return _mm_packus_epi16(_mm_and_si128(first, low), _mm_and_si128(second, low));
 }
 
-VIDEOHDR_TARGET_SSE41 inline __m128i oddBytes(const uint8_t *p) {
-  return _mm_packus_epi16(_mm_srli_epi16(load16(p), 8), _mm_srli_epi16(load16(p + 16), 8));
+VIDEOHDR_TARGET_SSE41 inline __m128i oddBytes(__m128i first, __m128i second) {
+  return _mm_packus_epi16(_mm_srli_epi16(first, 8), _mm_srli_epi16(second, 8));
 }
 
 VIDEOHDR_TARGET_SSE41 void halveBlocks(const uint8_t *s, uint8_t *d, int32_t end) {
-  for (int32_t c = 0; c < end; c += 16) store16(d + c, evenBytes(s + 2 * c));
+  for (int32_t c = 0; c < end; c += 16)
+    store16(d + c, evenBytes(load16(s + 2 * c), load16(s + 2 * c + 16)));
 }
 
 // Both rows of a doubled source row at once: each source byte twice, into
@@ -60,9 +62,12 @@ VIDEOHDR_TARGET_SSE41 void doubleBlocks(const uint8_t *s, uint8_t *even, ptrdiff
 }
 
 VIDEOHDR_TARGET_SSE41 void splitBlocks(const uint8_t *uv, uint8_t *u, uint8_t *v, int32_t end) {
+  // Both loads before the stores: a store to u could be the bytes a later
+  // load reads, which would make the compiler load them a second time.
   for (int32_t k = 0; k < end; k += 16) {
-    store16(u + k, evenBytes(uv + 2 * k));
-    store16(v + k, oddBytes(uv + 2 * k));
+    const __m128i first = load16(uv + 2 * k), second = load16(uv + 2 * k + 16);
+    store16(u + k, evenBytes(first, second));
+    store16(v + k, oddBytes(first, second));
   }
 }
 
