@@ -120,10 +120,12 @@ void blendChromaRowAvx2(const uint8_t *bright, const uint8_t *dark, const uint8_
                         uint8_t *out, int32_t count);
 void lookupEvenSamplesAvx2(const uint8_t *bright, const uint8_t *dark, int32_t stride,
                            const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows);
-void doubleAndBlendRowsAvx2(FrameRows bright, FrameRows dark, const uint8_t *weights,
-                            uint8_t *doubled, OutputRows out, int32_t stride);
+// The row pair runs its SSE4.1 code: bound by memory, it is no faster in
+// 32-byte steps, and slower where its five rows start 16 bytes past a 32-byte
+// boundary (glibc's large blocks start 16 bytes into a page), as every other
+// 32-byte store then straddles two cache lines.
 inline constexpr FusionKernels kFusionAvx2 = {lookupWeightsAvx2, blendLumaAvx2, blendChromaRowAvx2,
-                                              lookupEvenSamplesAvx2, doubleAndBlendRowsAvx2};
+                                              lookupEvenSamplesAvx2, doubleAndBlendRowsSse41};
 #endif
 
 // The whole kernel on the context's geometry, tables and planes, run on the

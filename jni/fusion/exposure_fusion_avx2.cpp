@@ -1,5 +1,6 @@
 // The fusion's row kernels on AVX2, 32 bytes per vector. Whole blocks only;
-// the portable rows finish a row (any_row.h).
+// the portable rows finish a row (any_row.h). The row-pair kernel is the
+// SSE4.1 one (exposure_fusion.h says why).
 //
 // Byte unpacking and packing work within each 16-byte lane, so where a step
 // spreads weights over bytes it first puts the weights each lane needs into
@@ -71,35 +72,6 @@ VIDEOHDR_TARGET_AVX2 void blendChromaBlocks(const uint8_t *bright, const uint8_t
   }
 }
 
-// 32 luma columns whose weight pairs are `pairs`, those of a lane's eight
-// weights as spreadWeights places them: luma column x of a lane takes that
-// lane's weight x / 2, so its pairs are those pairs each repeated.
-VIDEOHDR_TARGET_AVX2 inline void blendLuma32(const uint8_t *bright, const uint8_t *dark,
-                                             uint8_t *out, __m256i pairs) {
-  store32(out, weightedBlend(load32(bright), load32(dark), _mm256_unpacklo_epi16(pairs, pairs),
-                             _mm256_unpackhi_epi16(pairs, pairs)));
-}
-
-// 32 columns of both luma rows, the doubled weights and the chroma row per
-// step, from sixteen weights. The rows come by value: a byte store may alias
-// anything in memory, so pointers read through a reference would be
-// reloaded after every store.
-VIDEOHDR_TARGET_AVX2 void doubleAndBlendColumns(FrameRows bright, FrameRows dark,
-                                                const uint8_t *weights, uint8_t *doubled,
-                                                OutputRows out, ptrdiff_t stride) {
-  for (ptrdiff_t c = 0; c < stride; c += 32) {
-    const __m256i spread = spreadWeights(load16(weights + c / 2));
-    const __m256i pairs = lowWeightPairs(spread);
-    const __m256i doubledWeights = _mm256_unpacklo_epi8(spread, spread);
-    store32(doubled + c, doubledWeights);
-    store32(doubled + stride + c, doubledWeights);
-    blendLuma32(bright.luma + c, dark.luma + c, out.luma + c, pairs);
-    blendLuma32(bright.luma + stride + c, dark.luma + stride + c, out.luma + stride + c, pairs);
-    store32(out.chroma + c,
-            weightedBlend(load32(dark.chroma + c), load32(bright.chroma + c), pairs, pairs));
-  }
-}
-
 }  // namespace
 
 void lookupWeightsAvx2(const uint8_t *a, const uint8_t *b, const uint8_t *table, uint8_t *weights,
@@ -138,12 +110,6 @@ void lookupEvenSamplesAvx2(const uint8_t *bright, const uint8_t *dark, int32_t s
                   dark + static_cast<ptrdiff_t>(2 * r) * stride, table,
                   weights + static_cast<ptrdiff_t>(r) * count, count);
   }
-}
-
-// stride is a multiple of 32.
-void doubleAndBlendRowsAvx2(FrameRows bright, FrameRows dark, const uint8_t *weights,
-                            uint8_t *doubled, OutputRows out, int32_t stride) {
-  doubleAndBlendColumns(bright, dark, weights, doubled, out, stride);
 }
 
 }  // namespace videohdr
