@@ -1,10 +1,11 @@
 // Google Benchmark for videohdr on the build host: the memory floor, the whole
 // per-frame call on both scenes' alternating-exposure sequences (scene.h),
 // the camera-plane entry in place and into encoder layouts (planes_bench.h),
-// every kernel of the fixture's table on the handheld scene, and (when built
-// with OpenCV) a peer doing the same job. Each size's results end with a summary that states every
-// time as a multiple of the read-three-write-one floor measured in the same run: the machine is
-// shared and its absolute times drift, the ratios much less.
+// each stage of the call and every kernel of the fixture's table on the
+// handheld scene, and (when built with OpenCV) a peer doing the same job.
+// Each size's results end with a summary that states every time as a
+// multiple of the read-three-write-one floor measured in the same run: the
+// machine is shared and its absolute times drift, the ratios much less.
 //
 //   videohdr_bench [Google Benchmark flags] [--summary_out=FILE]
 #include <benchmark/benchmark.h>
@@ -24,6 +25,7 @@
 #include "memory_floor.h"
 #include "peer.h"
 #include "planes_bench.h"
+#include "stages.h"
 
 namespace videohdr_bench {
 namespace {
@@ -96,6 +98,18 @@ void kernel(benchmark::State &state, int32_t w, int32_t h, const KernelCase *k) 
   }
 }
 
+// One stage of the per-frame call (stages.h) on the handheld scene, repeated
+// on the state the stages before it leave.
+void stage(benchmark::State &state, int32_t w, int32_t h, size_t index) {
+  Fixture &f = fixtureFor(SceneKind::Handheld, w, h);
+  f.loadNextFrame();
+  StageRunner runner(f, index);
+  for (auto _ : state) {
+    runner.run();
+    benchmark::ClobberMemory();
+  }
+}
+
 // Registration order, which the summary keeps (runs may be interleaved).
 std::vector<std::string> &registeredNames() {
   static std::vector<std::string> names;
@@ -120,6 +134,8 @@ void registerAll() {
     const std::vector<const char *> planes = planesCaseNames();
     for (size_t i = 0; i < planes.size(); ++i) add(planes[i] + size, planesCase, w, h, i);
     if (PeerFunction peer = peerBenchmark()) add(std::string(peerName()) + size, peer, w, h);
+    for (size_t i = 0; i < frameStages().size(); ++i)
+      add("stage/" + std::string(frameStages()[i].name) + size, stage, w, h, i);
     for (const KernelCase &k : kernelCases())
       add("kernel/" + std::string(k.name) + size, kernel, w, h, &k);
   }

@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
 # Builds and runs every videohdr measurement and prints its tables:
 #   - x86 (this host, one core): median ms per call of the whole per-frame
-#     call on both scenes (bench/scene.h), each kernel (on the handheld scene)
-#     and the OpenCV peer at 1920x1080 and 2048x1280, each also as a multiple
-#     of the read-three-write-one memory floor measured in the same run;
+#     call on both scenes (bench/scene.h), each of its stages and each kernel
+#     (on the handheld scene) and the OpenCV peer at 1920x1080 and 2048x1280,
+#     each also as a multiple of the read-three-write-one memory floor measured
+#     in the same run, for three builds side by side: the portable code
+#     (VIDEOHDR_X86_SIMD=OFF), the SSE4.1 instance and the AVX2 instance (the
+#     last two where this processor runs them); then bench/digests.sh checks
+#     that the three builds leave the same bytes;
 #   - ARMv7-A and AArch64: instructions executed under qemu per luma pixel, for
 #     the NEON build and for the same build running the portable variants
 #     (VIDEOHDR_FORCE_PORTABLE): the whole call on both scenes, each stage of
@@ -12,8 +16,8 @@
 #   - what the alignment made of the handheld scene's camera moves.
 #
 # Usage: bench/run.sh [--quick] [--no-x86] [--no-arm] [--frame-only]
-#   --quick       fewer x86 repetitions, 1920x1080 only, and no ARM kernel
-#                 counts (a first look, not a report)
+#   --quick       fewer x86 repetitions, 1920x1080 only, no digests and no ARM
+#                 kernel counts (a first look, not a report)
 #   --frame-only  the ARM whole-call counts only: no x86, no stages, no kernels
 #                 (the quick check after a change)
 # Environment: REPS (x86 repetitions, default 5), MIN_TIME (seconds per
@@ -32,11 +36,12 @@ read -r -a arm_archs <<<"${ARM_ARCHS:-armv7 aarch64}"
 frames=${FRAMES:-16}
 run_x86=1
 run_arm=1
+check_digests=1
 arm_parts="frame stages kernels"
 for a in "$@"; do
   case "$a" in
     --quick) reps=${REPS:-3}; min_time=${MIN_TIME:-0.05}; filter=${FILTER:-1920x1080}
-             arm_parts="frame stages" ;;
+             arm_parts="frame stages"; check_digests=0 ;;
     --no-x86) run_x86=0 ;;
     --no-arm) run_arm=0 ;;
     --frame-only) run_x86=0; arm_parts="frame" ;;
@@ -44,10 +49,7 @@ for a in "$@"; do
   esac
 done
 
-declare -A toolchain=([armv7]=cmake/armv7-linux-gnueabihf.cmake
-                      [aarch64]=cmake/aarch64-linux-gnu.cmake)
-declare -A emulator=([armv7]="qemu-arm -L /usr/arm-linux-gnueabihf"
-                     [aarch64]="qemu-aarch64 -L /usr/aarch64-linux-gnu")
+source bench/builds.sh
 declare -A compiler=([armv7]=arm-linux-gnueabihf-g++ [aarch64]=aarch64-linux-gnu-g++)
 for arch in "${arm_archs[@]}"; do
   [ -n "${toolchain[$arch]:-}" ] || { echo "unknown ARM architecture: $arch" >&2; exit 2; }
@@ -62,26 +64,24 @@ ensure_packages "${packages[@]}"
 
 out=build/bench-results
 mkdir -p "$out"
-common=(-G Ninja -DCMAKE_BUILD_TYPE=Release -DVIDEOHDR_BUILD_BENCH=ON -DVIDEOHDR_BUILD_TESTS=OFF
-        -DVIDEOHDR_BUILD_TOOLS=OFF)
-build() {  # build DIR [cmake args...]
-  local dir=$1
-  shift
-  # The toolchain file counts only when a build directory is first made.
-  cmake -S . -B "$dir" --no-warn-unused-cli "${common[@]}" "$@" >/dev/null
-  cmake --build "$dir" -j "$(nproc)" >/dev/null
-}
 started=$SECONDS
 
+# x86.tsv: "build size name ms ratio repetitions" lines of all three builds.
 : >"$out/x86.tsv"
 if ((run_x86)); then
-  echo "x86: building and running videohdr_bench (${reps} repetitions) ..." >&2
-  build build/bench-host
-  build/bench-host/bench/videohdr_bench --benchmark_filter="$filter" \
-    --benchmark_repetitions="$reps" --benchmark_enable_random_interleaving=true \
-    --benchmark_min_time="$min_time" --summary_out="$out/x86.tsv" >"$out/x86.log" 2>&1 ||
-    { cat "$out/x86.log" >&2; exit 1; }
+  for b in "${x86_builds[@]}"; do
+    echo "x86: building and running videohdr_bench, ${b} (${reps} repetitions) ..." >&2
+    build "${x86_dir[$b]}" -DVIDEOHDR_X86_SIMD="${x86_simd[$b]}"
+    "${x86_dir[$b]}/bench/videohdr_bench" --benchmark_filter="$filter" \
+      --benchmark_repetitions="$reps" --benchmark_enable_random_interleaving=true \
+      --benchmark_min_time="$min_time" --summary_out="$out/x86-$b.tsv" >"$out/x86-$b.log" 2>&1 ||
+      { cat "$out/x86-$b.log" >&2; exit 1; }
+    awk -v b="$b" '{ print b "\t" $0 }' "$out/x86-$b.tsv" >>"$out/x86.tsv"
+  done
   echo "x86: $((SECONDS - started)) s" >&2
+  if ((check_digests)); then
+    bash bench/digests.sh >"$out/digests.txt" 2>&1 || { cat "$out/digests.txt" >&2; exit 1; }
+  fi
 fi
 
 w=${arm_size%x*}
@@ -152,44 +152,88 @@ if ((run_arm)); then
 fi
 
 # Both tables of x86 and ARM figures: ARM rows (file 1) and x86 rows (file 2)
-# of one kind ("call" or "kernel"), in x86 order, then the ARM-only ones.
+# of one kind ("call" or "kernel"), in x86 order, then the ARM-only ones. The
+# x86 columns are, for each size, each x86 build's ms and multiple of its own
+# run's floor.
 joined_table() {  # joined_table KIND
-  awk -F'\t' -v kind="$1" -v ncol="${#columns[@]}" -v cols="${columns[*]}" '
+  awk -F'\t' -v kind="$1" -v ncol="${#columns[@]}" -v cols="${columns[*]}" \
+      -v builds="${x86_builds[*]}" '
     function kindOf(label) { return label ~ /^kernel\// ? "kernel" : label ~ /^stage\// ? "stage" : "call" }
     FILENAME == ARGV[1] { if (kindOf($1) == kind && !($1 in arm)) { arm[$1] = $0; armorder[++na] = $1 } next }
-    kindOf($2) == kind {
-      key = $2; size = $1
+    kindOf($3) == kind {
+      key = $3; size = $2
       if (!(key in have)) { have[key] = 1; order[++n] = key }
       if (!(size in sizeseen)) { sizeseen[size] = 1; sizes[++ns] = size }
-      ms[key, size] = $3; ratio[key, size] = $4
+      ms[key, size, $1] = $4; ratio[key, size, $1] = $5
     }
     END {
       for (i = 1; i <= na; i++) if (!(armorder[i] in have)) order[++n] = armorder[i]
       if (n == 0) exit
       split(cols, colname, " ")
-      printf "%-40s", "case"
-      for (s = 1; s <= ns; s++) printf "%13s %8s", sizes[s] " ms", "x floor"
+      nb = split(builds, build, " ")
+      printf "%-40s", ""
+      for (s = 1; s <= ns; s++) printf " %-*s", 17 * nb - 1, sizes[s] ": ms, x floor"
+      printf "\n%-40s", "case"
+      for (s = 1; s <= ns; s++) for (b = 1; b <= nb; b++) printf " %16s", build[b]
       for (c = 1; c <= ncol; c++) printf " %15s", colname[c]
       printf "\n"
       for (i = 1; i <= n; i++) {
         k = order[i]
         printf "%-40s", k
-        for (s = 1; s <= ns; s++) {
-          if ((k, sizes[s]) in ms) printf "%13.3f %8.2f", ms[k, sizes[s]], ratio[k, sizes[s]]
-          else printf "%13s %8s", "-", "-"
+        for (s = 1; s <= ns; s++) for (b = 1; b <= nb; b++) {
+          if ((k, sizes[s], build[b]) in ms) printf " %9.3f %6.2f", ms[k, sizes[s], build[b]], ratio[k, sizes[s], build[b]]
+          else printf " %9s %6s", "-", "-"
         }
         split(k in arm ? arm[k] : "", f, "\t")
         for (c = 1; c <= ncol; c++) printf " %15s", (k in arm) ? f[c + 1] : "-"
         printf "\n"
         if (k ~ /^frame_/ && ns > 0) {
           printf "%-40s", "  frames per second"
-          for (s = 1; s <= ns; s++)
-            if ((k, sizes[s]) in ms) printf "%13.0f %8s", 1000 / ms[k, sizes[s]], ""
-            else printf "%13s %8s", "-", ""
+          for (s = 1; s <= ns; s++) for (b = 1; b <= nb; b++) {
+            if ((k, sizes[s], build[b]) in ms) printf " %9.0f %6s", 1000 / ms[k, sizes[s], build[b]], ""
+            else printf " %9s %6s", "-", ""
+          }
           printf "\n"
         }
       }
     }' "$out/arm.tsv" "$out/x86.tsv"
+}
+
+# The x86 stages of the whole call on the handheld scene, each timed on its
+# own (repeated on the state the stages before it leave, so with warmer caches
+# than inside the call), their sum and the whole call, per size and build.
+x86_stage_table() {
+  awk -F'\t' -v builds="${x86_builds[*]}" '
+    $3 ~ /^stage\// || $3 == "frame_handheld" {
+      if ($3 ~ /^stage\// && !($3 in have)) { have[$3] = 1; order[++n] = $3 }
+      if (!($2 in sizeseen)) { sizeseen[$2] = 1; sizes[++ns] = $2 }
+      ms[$3, $2, $1] = $4; ratio[$3, $2, $1] = $5
+      if ($3 ~ /^stage\//) { summs[$2, $1] += $4; sumratio[$2, $1] += $5 }
+    }
+    function line(label, key, m, r) {
+      printf "%-40s", label
+      for (s = 1; s <= ns; s++) for (b = 1; b <= nb; b++) {
+        if ((key, sizes[s], build[b]) in ms) printf " %9.3f %6.2f", ms[key, sizes[s], build[b]], ratio[key, sizes[s], build[b]]
+        else printf " %9s %6s", "-", "-"
+      }
+      printf "\n"
+    }
+    END {
+      if (n == 0) exit
+      nb = split(builds, build, " ")
+      printf "%-40s", ""
+      for (s = 1; s <= ns; s++) printf " %-*s", 17 * nb - 1, sizes[s] ": ms, x floor"
+      printf "\n%-40s", "stage"
+      for (s = 1; s <= ns; s++) for (b = 1; b <= nb; b++) printf " %16s", build[b]
+      printf "\n"
+      for (i = 1; i <= n; i++) line(order[i], order[i])
+      for (s = 1; s <= ns; s++) for (b = 1; b <= nb; b++) if ((sizes[s], build[b]) in summs) {
+        ms["sum", sizes[s], build[b]] = summs[sizes[s], build[b]]
+        ratio["sum", sizes[s], build[b]] = sumratio[sizes[s], build[b]]
+      }
+      line("sum of the stages", "sum")
+      line("whole call (frame_handheld)", "frame_handheld")
+    }' "$out/x86.tsv"
 }
 
 # The stages' counts, their sum, and what the whole call adds to them.
@@ -224,7 +268,8 @@ cpu=$(sed -n 's/^model name[[:space:]]*: //p' /proc/cpuinfo | head -n1)
 echo
 echo "videohdr performance  $(date -u '+%Y-%m-%d %H:%M UTC')  $(git rev-parse --short HEAD 2>/dev/null || true)"
 echo "host: ${cpu:-unknown CPU}, $(nproc) cores, $(uname -sr); $(g++ --version | head -n1)"
-((run_x86)) && echo "x86: one thread, median of ${reps} interleaved repetitions; 'x floor' = time / read-3-write-1 floor (same run)"
+((run_x86)) && echo "x86: one thread, median of ${reps} interleaved repetitions; 'x floor' = time / read-3-write-1 floor (same run);" \
+  "builds: ${x86_builds[*]} (VIDEOHDR_X86_SIMD=OFF, SSE41, AVX2)"
 for arch in "${arm_archs[@]}"; do
   echo "${arch}: $(${compiler[$arch]} --version | head -n1), ${emulator[$arch]%% *}"
 done
@@ -237,6 +282,11 @@ if [ -s "$out/shifts.txt" ]; then
   echo
   echo "The handheld scene at ${arm_size}: $(cat "$out/shifts.txt")"
 fi
+if grep -q $'\tstage/' "$out/x86.tsv"; then
+  echo
+  echo "The whole call's stages on the handheld scene (x86, each stage timed on its own):"
+  x86_stage_table
+fi
 if grep -q '^stage/' "$out/arm.tsv"; then
   echo
   echo "The whole call's stages on the handheld scene (ARM instructions per luma pixel):"
@@ -247,5 +297,9 @@ if grep -q 'kernel/' "$out/arm.tsv" "$out/x86.tsv"; then
   echo "Kernels (handheld scene, state after its first frames):"
   joined_table kernel
 fi
+if [ -s "$out/digests.txt" ]; then
+  echo
+  tail -n 1 "$out/digests.txt"
+fi
 echo
-echo "(took $((SECONDS - started)) s; raw results in $out: x86.tsv, x86.log (per run), arm.tsv)"
+echo "(took $((SECONDS - started)) s; raw results in $out: x86.tsv, x86-BUILD.log (per run), arm.tsv)"

@@ -153,6 +153,21 @@ Offset runStages(Fixture &f, size_t count) {
   return applied;
 }
 
+StageRunner::StageRunner(Fixture &f, size_t index)
+    : fixture_(f),
+      pass_(std::make_unique<StagePass>(f)),
+      stage_(frameStages().at(index)),
+      before_{f.align()->lastDx, f.align()->lastDy} {
+  for (size_t i = 0; i < index; ++i) frameStages()[i].run(*pass_);
+}
+
+StageRunner::~StageRunner() {
+  fixture_.align()->lastDx = before_.x;
+  fixture_.align()->lastDy = before_.y;
+}
+
+void StageRunner::run() { stage_.run(*pass_); }
+
 bool stagesReproduceCall(Fixture &f) {
   f.loadNextFrame();
   const Offset applied = runStages(f, frameStages().size());

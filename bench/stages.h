@@ -12,6 +12,7 @@
 #define VIDEOHDR_BENCH_STAGES_H
 
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 #include "fixture.h"
@@ -35,6 +36,27 @@ const std::vector<Stage> &frameStages();
 // that follows runs as if they had not. Answers the shift they applied (the
 // one from before when getScanData is not among them).
 Offset runStages(Fixture &f, size_t count);
+
+// One stage on its own, for timing it: the constructor runs the stages before
+// `index` on the frame in the fixture's caller buffer, and run() then runs
+// stage `index` on what they left, as often as wanted (a stage rewrites
+// everything it writes from what the stages before it left, so every run does
+// the same work). The destructor puts back the applied shift, as runStages
+// does.
+class StageRunner {
+ public:
+  StageRunner(Fixture &f, size_t index);
+  ~StageRunner();
+  StageRunner(const StageRunner &) = delete;
+  StageRunner &operator=(const StageRunner &) = delete;
+  void run();
+
+ private:
+  Fixture &fixture_;
+  std::unique_ptr<StagePass> pass_;
+  const Stage &stage_;
+  Offset before_;
+};
 
 // Loads the next frame of the sequence, runs all stages and then the call on
 // it, and answers whether both gave the same fused frame and applied shift.

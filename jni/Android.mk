@@ -26,9 +26,13 @@ LOCAL_SRC_FILES := \
     alignment_op/score_ops_avx2.cpp \
     fusion/fusion_context.cpp \
     fusion/exposure_fusion.cpp \
+    fusion/exposure_fusion_sse41.cpp \
+    fusion/exposure_fusion_avx2.cpp \
     fusion/filter7x7.cpp \
     fusion/scale2x.cpp \
     fusion/chroma_uv.cpp \
+    fusion/plane_ops_sse41.cpp \
+    fusion/plane_ops_avx2.cpp \
     ../planes/plane_layout.cpp \
     ../planes/plane_copy.cpp \
     ../planes/videohdr_planes.cpp

@@ -7,27 +7,13 @@
 #include "../kernels.h"
 #include "../simd.h"
 #include "plane_ops.h"
+#include "plane_rows.h"
 #include "videohdr.h"
 
 namespace videohdr {
 namespace {
 
 constexpr int32_t kPairBlock = 16;  // pairs per vector block
-
-// The portable rows: `pairs` pairs of one row.
-void splitPairs(const uint8_t *uv, uint8_t *u, uint8_t *v, int32_t pairs) {
-  for (int32_t k = 0; k < pairs; ++k) {
-    u[k] = uv[2 * k];
-    v[k] = uv[2 * k + 1];
-  }
-}
-
-void joinPairs(const uint8_t *u, const uint8_t *v, uint8_t *uv, int32_t pairs) {
-  for (int32_t k = 0; k < pairs; ++k) {
-    uv[2 * k] = u[k];
-    uv[2 * k + 1] = v[k];
-  }
-}
 
 }  // namespace
 

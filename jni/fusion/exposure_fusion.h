@@ -1,6 +1,6 @@
 // Internal pieces of the exposure fusion kernel: the bright/dark choice, the
-// table of its row kernels (each with a portable and a NEON instance giving
-// the same bytes), and the whole kernel, which runs on the plane and row
+// table of its row kernels (each with a portable, a NEON, an SSE4.1 and an
+// AVX2 instance giving the same bytes), and the whole kernel, which runs on the plane and row
 // kernels of the table set it is given.
 #ifndef VIDEOHDR_FUSION_EXPOSURE_FUSION_H
 #define VIDEOHDR_FUSION_EXPOSURE_FUSION_H
@@ -98,8 +98,34 @@ inline constexpr FusionKernels kFusionNeon = {lookupWeightsNeon, blendLumaNeon, 
 #endif
 
 #if VIDEOHDR_HAVE_X86_SIMD
-inline constexpr FusionKernels kFusionSse41 = kFusionPortable;
-inline constexpr FusionKernels kFusionAvx2 = kFusionPortable;
+void lookupWeightsSse41(const uint8_t *a, const uint8_t *b, const uint8_t *table, uint8_t *weights,
+                        int32_t count);
+void blendLumaSse41(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
+                    uint8_t *out, int32_t count);
+void blendChromaRowSse41(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
+                         uint8_t *out, int32_t count);
+void lookupEvenSamplesSse41(const uint8_t *bright, const uint8_t *dark, int32_t stride,
+                            const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows);
+void doubleAndBlendRowsSse41(FrameRows bright, FrameRows dark, const uint8_t *weights,
+                             uint8_t *doubled, OutputRows out, int32_t stride);
+inline constexpr FusionKernels kFusionSse41 = {lookupWeightsSse41, blendLumaSse41,
+                                               blendChromaRowSse41, lookupEvenSamplesSse41,
+                                               doubleAndBlendRowsSse41};
+
+void lookupWeightsAvx2(const uint8_t *a, const uint8_t *b, const uint8_t *table, uint8_t *weights,
+                       int32_t count);
+void blendLumaAvx2(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights, uint8_t *out,
+                   int32_t count);
+void blendChromaRowAvx2(const uint8_t *bright, const uint8_t *dark, const uint8_t *weights,
+                        uint8_t *out, int32_t count);
+void lookupEvenSamplesAvx2(const uint8_t *bright, const uint8_t *dark, int32_t stride,
+                           const uint8_t *table, uint8_t *weights, int32_t count, int32_t rows);
+// The row pair runs its SSE4.1 code: bound by memory, it is no faster in
+// 32-byte steps, and slower where its five rows start 16 bytes past a 32-byte
+// boundary (glibc's large blocks start 16 bytes into a page), as every other
+// 32-byte store then straddles two cache lines.
+inline constexpr FusionKernels kFusionAvx2 = {lookupWeightsAvx2, blendLumaAvx2, blendChromaRowAvx2,
+                                              lookupEvenSamplesAvx2, doubleAndBlendRowsSse41};
 #endif
 
 // The whole kernel on the context's geometry, tables and planes, run on the

@@ -9,74 +9,12 @@
 #include "../kernels.h"
 #include "../simd.h"
 #include "plane_ops.h"
+#include "plane_rows.h"
 #include "videohdr.h"
 #include "wide_lanes.h"
 
 namespace videohdr {
 namespace {
-
-constexpr int kTaps = 7;
-constexpr int kBlock = 8;  // results per block, in both passes
-
-// Both kernels are symmetric, so a result is t0 (x0 + x6) + t1 (x1 + x5) +
-// t2 (x2 + x4) + t3 x3: four products instead of seven. The taps are
-// compile-time constants of each instantiation.
-template <Filter7 K>
-struct Kernel7;
-template <>
-struct Kernel7<Filter7::Tent> {
-  static constexpr uint16_t t0 = 1, t1 = 2, t2 = 3, t3 = 4;
-  static constexpr int shift = 4;
-};
-template <>
-struct Kernel7<Filter7::Smooth> {
-  static constexpr uint16_t t0 = 4, t1 = 4, t2 = 5, t3 = 6;
-  static constexpr int shift = 5;
-};
-
-template <Filter7 K>
-uint8_t filterValue(int x0, int x1, int x2, int x3, int x4, int x5, int x6) {
-  using k = Kernel7<K>;
-  const uint16_t sum =
-      static_cast<uint16_t>(k::t0 * (x0 + x6) + k::t1 * (x1 + x5) + k::t2 * (x2 + x4) + k::t3 * x3);
-  return static_cast<uint8_t>(sum >> k::shift);
-}
-
-// A negative border would place results before the destination, so such a
-// call writes nothing; otherwise these are the passes' own size tests, taken
-// in 64 bits so that extreme arguments are refused instead of wrapping.
-bool rowPassRuns(int32_t width, int32_t height, int32_t border) {
-  return border >= 0 && height >= 1 && (int64_t{width} - kBlock) - border >= border;
-}
-bool columnPassRuns(int32_t width, int32_t height, int32_t border) {
-  return border >= 0 && width >= kBlock && int64_t{height} - border > border;
-}
-
-// The horizontal pass runs blocks while border + 8k <= width - 8 - border and
-// reads each block from source column 8k, whatever the border: the result in
-// column border + 8k + i is centred on source column 3 + 8k + i.
-int32_t rowPassOutputs(int32_t width, int32_t border) {
-  return kBlock * ((width - kBlock - 2 * border) / kBlock + 1);
-}
-
-// The vertical pass's window starts at rows border - 3 .. border + 3 and,
-// after output t, takes row 2 * border + 1 + t as its new last line. Entry
-// `index` of that row sequence (window of output t = entries t .. t + 6):
-// with border 3 this is simply row `index`, otherwise the appended rows do
-// not follow on from the first window.
-int32_t windowRow(int32_t index, int32_t border) {
-  return index < kTaps ? border - 3 + index : 2 * border + 1 + (index - kTaps);
-}
-
-// Only whole blocks of 8 columns are filtered; trailing columns are left alone.
-int32_t columnPassColumns(int32_t width) { return width / kBlock * kBlock; }
-
-// `outputs` results of one row, result x from source bytes x .. x + 6.
-template <Filter7 K>
-void filterRow7Portable(const uint8_t *s, uint8_t *d, int32_t outputs) {
-  for (int32_t x = 0; x < outputs; ++x)
-    d[x] = filterValue<K>(s[x], s[x + 1], s[x + 2], s[x + 3], s[x + 4], s[x + 5], s[x + 6]);
-}
 
 template <Filter7 K>
 void filterRows7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
@@ -92,8 +30,8 @@ void filterColumns7Portable(const uint8_t *src, uint8_t *dst, int32_t width, int
                             int32_t border) {
   const int32_t columns = columnPassColumns(width);
   for (int32_t t = 0; t < height - 2 * border; ++t) {
-    const uint8_t *line[kTaps];
-    for (int m = 0; m < kTaps; ++m) line[m] = planeRow(src, windowRow(t + m, border), width);
+    const uint8_t *line[kFilterTaps];
+    for (int m = 0; m < kFilterTaps; ++m) line[m] = planeRow(src, windowRow(t + m, border), width);
     uint8_t *d = planeRow(dst, border + t, width);
     for (int32_t x = 0; x < columns; ++x) {
       d[x] = filterValue<K>(line[0][x], line[1][x], line[2][x], line[3][x], line[4][x], line[5][x],
@@ -155,7 +93,7 @@ inline uint8x8_t filterLanes(uint8x8_t x0, uint8x8_t x1, uint8x8_t x2, uint8x8_t
 
 // The same on sixteen lanes.
 template <Filter7 K>
-inline uint8x16_t filterLanes(const uint8x16_t (&x)[kTaps]) {
+inline uint8x16_t filterLanes(const uint8x16_t (&x)[kFilterTaps]) {
   using t = ScaledTaps<K>;
   const uint8x16_t outer = vdupq_n_u8(t::t0), next = vdupq_n_u8(t::t1);
   const uint8x16_t inner = vdupq_n_u8(t::t2), centre = vdupq_n_u8(t::t3);
@@ -196,11 +134,11 @@ void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
     // load runs two bytes past the bytes it uses, so at the end of the plane
     // the last blocks are left to the portable row, which reads only those.
     const int64_t room = planeBytes - static_cast<int64_t>(y) * width;
-    const int32_t lastDouble =
-        static_cast<int32_t>(std::min<int64_t>(outputs - 2 * kBlock, room - kDoubleBlockLoad));
+    const int32_t lastDouble = static_cast<int32_t>(
+        std::min<int64_t>(outputs - 2 * kFilterBlock, room - kDoubleBlockLoad));
     const int32_t lastLoaded =
-        static_cast<int32_t>(std::min<int64_t>(outputs - kBlock, room - kRowBlockLoad));
-    const int32_t loadable = lastLoaded < 0 ? 0 : (lastLoaded / kBlock + 1) * kBlock;
+        static_cast<int32_t>(std::min<int64_t>(outputs - kFilterBlock, room - kRowBlockLoad));
+    const int32_t loadable = lastLoaded < 0 ? 0 : (lastLoaded / kFilterBlock + 1) * kFilterBlock;
     blocksThenRest(
         loadable, outputs,
         [=](int32_t end) {
@@ -208,9 +146,9 @@ void filterRows7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t he
 #pragma GCC unroll 2
           // Double blocks while their 32-byte loads stay inside the plane,
           // two per iteration (half the loop control).
-          for (; x <= lastDouble; x += 2 * kBlock)
+          for (; x <= lastDouble; x += 2 * kFilterBlock)
             vst1q_u8(d + x, filterRowDoubleBlockNeon<K>(s + x));
-          for (; x < end; x += kBlock) vst1_u8(d + x, filterRowBlockNeon<K>(s + x));
+          for (; x < end; x += kFilterBlock) vst1_u8(d + x, filterRowBlockNeon<K>(s + x));
         },
         [=](int32_t at, int32_t rest) { filterRow7Portable<K>(s + at, d + at, rest); });
   }
@@ -223,13 +161,13 @@ void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
                         int32_t border, int32_t first) {
   const int32_t columns = columnPassColumns(width);
   for (int32_t t = 0; t < height - 2 * border; ++t) {
-    const uint8_t *l[kTaps];
-    for (int m = 0; m < kTaps; ++m) l[m] = planeRow(src, windowRow(t + m, border), width);
+    const uint8_t *l[kFilterTaps];
+    for (int m = 0; m < kFilterTaps; ++m) l[m] = planeRow(src, windowRow(t + m, border), width);
     uint8_t *d = planeRow(dst, border + t, width);
     int32_t c = first;
-    for (; c + 2 * kBlock <= columns; c += 2 * kBlock) {
-      uint8x16_t x[kTaps];
-      for (int m = 0; m < kTaps; ++m) x[m] = vld1q_u8(l[m] + c);
+    for (; c + 2 * kFilterBlock <= columns; c += 2 * kFilterBlock) {
+      uint8x16_t x[kFilterTaps];
+      for (int m = 0; m < kFilterTaps; ++m) x[m] = vld1q_u8(l[m] + c);
       vst1q_u8(d + c, filterLanes<K>(x));
     }
     if (c < columns) {
@@ -270,12 +208,12 @@ inline uint8x16_t loadRow(const uint8_t *row) {
 
 void smoothColumnsSlidingNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                               int32_t strips) {
-  constexpr int kStrip = 2 * kBlock;
+  constexpr int kStrip = 2 * kFilterBlock;
   const ptrdiff_t pitch = width;
   for (int32_t k = 0; k < strips; ++k) {
     const uint8_t *top = src + kStrip * k;
     WideSum sum = {vdupq_n_u16(0), vdupq_n_u16(0)};
-    for (int m = 0; m < kTaps; ++m) {
+    for (int m = 0; m < kFilterTaps; ++m) {
       const uint8x16_t x = vld1q_u8(top + m * pitch);
       sum = {vaddw_u8(sum.lo, vget_low_u8(x)), vaddw_u8(sum.hi, vget_high_u8(x))};
     }
@@ -314,9 +252,9 @@ void filterColumns7Neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t
   if (kernel == Filter7::Tent) {
     filterColumns7Neon<Filter7::Tent>(src, dst, width, height, border, 0);
   } else if (border == 3) {
-    const int32_t strips = columnPassColumns(width) / (2 * kBlock);
+    const int32_t strips = columnPassColumns(width) / (2 * kFilterBlock);
     smoothColumnsSlidingNeon(src, dst, width, height, strips);
-    filterColumns7Neon<Filter7::Smooth>(src, dst, width, height, border, 2 * kBlock * strips);
+    filterColumns7Neon<Filter7::Smooth>(src, dst, width, height, border, 2 * kFilterBlock * strips);
   } else {
     filterColumns7Neon<Filter7::Smooth>(src, dst, width, height, border, 0);
   }
@@ -329,23 +267,26 @@ extern "C" {
 
 void horizontalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                              int32_t border) {
-  videohdr::activeKernels().plane.filterRows7(src, dst, width, height, border, videohdr::Filter7::Tent);
+  videohdr::activeKernels().plane.filterRows7(src, dst, width, height, border,
+                                              videohdr::Filter7::Tent);
 }
 
 void VerticalFilter7x7neon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                            int32_t border) {
-  videohdr::activeKernels().plane.filterColumns7(src, dst, width, height, border, videohdr::Filter7::Tent);
+  videohdr::activeKernels().plane.filterColumns7(src, dst, width, height, border,
+                                                 videohdr::Filter7::Tent);
 }
 
 void horizontalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                     int32_t border) {
-  videohdr::activeKernels().plane.filterRows7(src, dst, width, height, border, videohdr::Filter7::Smooth);
+  videohdr::activeKernels().plane.filterRows7(src, dst, width, height, border,
+                                              videohdr::Filter7::Smooth);
 }
 
 void VerticalFilter7x7neon_Smooth(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                                   int32_t border) {
   videohdr::activeKernels().plane.filterColumns7(src, dst, width, height, border,
-                                          videohdr::Filter7::Smooth);
+                                                 videohdr::Filter7::Smooth);
 }
 
 }  // extern "C"

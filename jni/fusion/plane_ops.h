@@ -1,8 +1,8 @@
 // The byte-plane kernels behind the exported plane operations: a table with a
-// portable instance and, where the build has NEON (natively or through
-// SIMDe), a NEON instance with the same signatures and the same bytes in
-// every plane they fill. The exported calls and the fusion kernel call them
-// through the table.
+// portable instance and, where the build has them, a NEON instance (natively
+// or through SIMDe) and an SSE4.1 and an AVX2 instance, all with the same
+// signatures and the same bytes in every plane they fill. The exported calls
+// and the fusion kernel call them through the table.
 #ifndef VIDEOHDR_FUSION_PLANE_OPS_H
 #define VIDEOHDR_FUSION_PLANE_OPS_H
 
@@ -80,8 +80,31 @@ inline constexpr PlaneKernels kPlaneNeon = {filterRows7Neon, filterColumns7Neon,
 #endif
 
 #if VIDEOHDR_HAVE_X86_SIMD
-inline constexpr PlaneKernels kPlaneSse41 = kPlanePortable;
-inline constexpr PlaneKernels kPlaneAvx2 = kPlanePortable;
+void filterRows7Sse41(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                      int32_t border, Filter7 kernel);
+void filterColumns7Sse41(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                         int32_t border, Filter7 kernel);
+void downScale2xSse41(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                      int32_t stride);
+void upscale2xReplicateSse41(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                             int32_t stride);
+void extractUvSse41(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
+                    int32_t height, int32_t stride);
+void combineUvSse41(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
+                    int32_t height);
+inline constexpr PlaneKernels kPlaneSse41 = {filterRows7Sse41, filterColumns7Sse41,
+                                             downScale2xSse41, upscale2xReplicateSse41,
+                                             extractUvSse41,   combineUvSse41};
+
+void filterRows7Avx2(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                     int32_t border, Filter7 kernel);
+void filterColumns7Avx2(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
+                        int32_t border, Filter7 kernel);
+// Only the filters pay for 256-bit steps; the halving, the doubling and the
+// chroma split and join move bytes at the memory's pace either way.
+inline constexpr PlaneKernels kPlaneAvx2 = {filterRows7Avx2,  filterColumns7Avx2,
+                                            downScale2xSse41, upscale2xReplicateSse41,
+                                            extractUvSse41,   combineUvSse41};
 #endif
 
 }  // namespace videohdr

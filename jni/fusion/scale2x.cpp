@@ -9,6 +9,7 @@
 #include "../simd.h"
 #include "block_spill.h"
 #include "plane_ops.h"
+#include "plane_rows.h"
 #include "videohdr.h"
 
 namespace videohdr {
@@ -16,19 +17,6 @@ namespace {
 
 constexpr int32_t kDoublingBlock = 16;  // output bytes per doubling block
 constexpr int32_t kHalvingStep = 16;    // output bytes per NEON halving step
-
-// Each odd row is a copy of the whole even row, 2 * stride bytes: with a
-// negative stride that copy has no meaning (nor any size), so such a call
-// writes nothing, like one without rows.
-bool doublingRuns(int32_t height, int32_t stride) { return height >= 1 && stride >= 0; }
-
-void halveRowPortable(const uint8_t *s, uint8_t *d, int32_t outputs) {
-  for (int32_t c = 0; c < outputs; ++c) d[c] = s[2 * c];
-}
-
-void doubleBytesPortable(const uint8_t *s, uint8_t *d, int32_t bytes) {
-  for (int32_t x = 0; x < bytes; ++x) d[x] = s[x >> 1];
-}
 
 }  // namespace
 
