@@ -125,6 +125,25 @@ void primeAgain(VideoHdrHandle *handle, const uint8_t *frame, int32_t width, int
   handle->frameCount = 1;
 }
 
+// Whether the handle's first frame made every context: the library goes on
+// without one it could not allocate (fusing unaligned, or not at all) and
+// never tries again.
+bool contextsComplete(const VideoHdrHandle &handle) {
+  return handle.alignContext && handle.alignContext->workBuf && handle.fusionContext;
+}
+
+// Frees what a first frame made and makes the handle new again, so that the
+// next frame is a first frame and retries the allocations: a phone's memory
+// pressure passes, and the caller learns from the status in the meantime
+// rather than getting frames silently unfused.
+void forgetFirstFrame(VideoHdrHandle *handle) {
+  if (handle->alignContext) ReleaseAlignHandleParams(handle);
+  ReleaseFusionHandleParams(handle);
+  handle->fusionContext = nullptr;
+  handle->fusionAux = nullptr;
+  handle->frameCount = 0;
+}
+
 // Runs the library on a packed frame (stride = width, chroma `scanline` rows
 // after the luma) and reports what it did.
 int32_t runFrame(VideoHdrPlanes *s, uint8_t *frame, int32_t scanline, VideoHdrPlanesResult *r) {
@@ -137,6 +156,10 @@ int32_t runFrame(VideoHdrPlanes *s, uint8_t *frame, int32_t scanline, VideoHdrPl
   // The two caller values are stored by the handle and read by nothing.
   if (!Video_HDR_Process(s->handle, frame, 0, 1, s->width, s->height, s->width, scanline))
     return VIDEOHDR_PLANES_REFUSED;
+  if (count == 0 && !contextsComplete(*s->handle)) {
+    forgetFirstFrame(s->handle);
+    return VIDEOHDR_PLANES_REFUSED;
+  }
   s->scanline = scanline;
   s->restartPending = false;
   // The first frame only primes the handle and comes back unchanged.
@@ -280,7 +303,7 @@ const char *videohdr_planes_status_text(int32_t status) {
     case VIDEOHDR_PLANES_PRIMED:
       return "primed: the first frame, left unchanged";
     case VIDEOHDR_PLANES_REFUSED:
-      return "refused by the library (out of memory on its first frame)";
+      return "refused: out of memory on the state's first frame (the next frame tries again)";
     case VIDEOHDR_PLANES_ERR_NULL_STATE:
       return "null state";
     case VIDEOHDR_PLANES_ERR_NULL_PLANE:

@@ -63,8 +63,10 @@ extern "C" {
 #define VIDEOHDR_PLANES_OK 0        /* create and videohdr_planes_plane_bytes succeeded */
 #define VIDEOHDR_PLANES_PROCESSED 1 /* the frame now holds the fused result */
 #define VIDEOHDR_PLANES_PRIMED 2    /* a state's first frame: taken, left unchanged */
-/* The library did not take the frame (its first frame could not allocate its
- * contexts; it logged why); the frame is unchanged. */
+/* The library could not allocate what it needs on the state's first frame:
+ * the frame is unchanged (copied, for videohdr_planes_process_to), what was
+ * allocated is freed, and the next frame is a first frame again and retries.
+ * (Transient memory pressure; while it lasts no frame is fused.) */
 #define VIDEOHDR_PLANES_REFUSED 3
 #define VIDEOHDR_PLANES_ERR_NULL_STATE -1 /* null state (or null out pointer) */
 #define VIDEOHDR_PLANES_ERR_NULL_PLANE -2 /* y, u or v is null */
