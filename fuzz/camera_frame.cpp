@@ -8,6 +8,9 @@
 namespace fuzz {
 namespace {
 
+// Rows past the luma drawn for the chroma: past the most the header keeps in place.
+constexpr int32_t kGapRows = VIDEOHDR_PLANES_MAX_GAP_ROWS + 2;
+
 bool overlap(const FrameLayout &a, int pa, const FrameLayout &b, int pb) {
   return a.plane[pa].buffer >= 0 && a.plane[pa].buffer == b.plane[pb].buffer &&
          a.plane[pa].offset < b.end(pb) && b.plane[pb].offset < a.end(pa);
@@ -20,9 +23,8 @@ int32_t padding(FuzzedDataProvider &in) {
 
 // One NV12 or NV21 buffer, its chroma right behind the luma or some rows later.
 FrameLayout libraryLayout(FuzzedDataProvider &in, int32_t width, int32_t height, int buffer) {
-  const int64_t rows = height + (in.ConsumeBool() ? 0
-                                                  : in.ConsumeIntegralInRange<int32_t>(
-                                                        1, VIDEOHDR_PLANES_MAX_GAP_ROWS + 2));
+  const int64_t rows =
+      height + (in.ConsumeBool() ? 0 : in.ConsumeIntegralInRange<int32_t>(1, kGapRows));
   const int64_t chroma = rows * width;
   const bool vFirst = in.ConsumeBool();
   return {width, height, width,
@@ -33,31 +35,21 @@ FrameLayout libraryLayout(FuzzedDataProvider &in, int32_t width, int32_t height,
 // right behind it, whole rows later, a byte either way, or anywhere up to
 // inside the luma.
 int64_t chromaGap(FuzzedDataProvider &in, const FrameLayout &f) {
-  switch (in.ConsumeIntegralInRange<int>(0, 3)) {
-    case 0:
-      return 0;
-    case 1:
-      return int64_t{f.width} *
-             in.ConsumeIntegralInRange<int32_t>(1, VIDEOHDR_PLANES_MAX_GAP_ROWS + 2);
-    case 2:
-      return in.ConsumeBool() ? -1 : 1;
-    default:
-      return in.ConsumeIntegralInRange<int64_t>(-f.span(kY), 64);
-  }
+  const int kind = in.ConsumeIntegralInRange<int>(0, 3);
+  if (kind == 0) return 0;
+  if (kind == 1) return int64_t{f.width} * in.ConsumeIntegralInRange<int32_t>(1, kGapRows);
+  if (kind == 2) return in.ConsumeBool() ? -1 : 1;
+  return in.ConsumeIntegralInRange<int64_t>(-f.span(kY), 64);
 }
 
 // Where the second chroma plane starts from the first in their buffer: one
 // byte on (interleaved, or overlapping at other pixel strides), a byte short
 // of, at or past the first's end, or anywhere around it.
 int64_t chromaDelta(FuzzedDataProvider &in, int64_t span) {
-  switch (in.ConsumeIntegralInRange<int>(0, 2)) {
-    case 0:
-      return 1;
-    case 1:
-      return span + in.ConsumeIntegralInRange<int>(-1, 1);
-    default:
-      return in.ConsumeIntegralInRange<int64_t>(-span - 2, span + 2);
-  }
+  const int kind = in.ConsumeIntegralInRange<int>(0, 2);
+  if (kind == 0) return 1;
+  if (kind == 1) return span + in.ConsumeIntegralInRange<int>(-1, 1);
+  return in.ConsumeIntegralInRange<int64_t>(-span - 2, span + 2);
 }
 
 }  // namespace
@@ -177,33 +169,31 @@ FrameBuffers::FrameBuffers(std::vector<FrameLayout *> frames, FuzzedDataProvider
   }
 }
 
-FUZZ_PIXEL_LOOP std::vector<uint8_t> gather(const FrameLayout &f, const FrameBuffers &buffers,
-                                            bool vFirst) {
+FUZZ_PIXEL_LOOP std::vector<uint8_t *> FrameBuffers::samples(const FrameLayout &f, bool vFirst) {
   const int32_t w = f.width, h = f.height;
-  std::vector<uint8_t> packed(size_t(w) * h * 3 / 2);
-  const uint8_t *y = buffers.at(f.plane[kY]);
+  std::vector<uint8_t *> at;
+  at.reserve(size_t(w) * h * 3 / 2);
   for (int32_t r = 0; r < h; ++r)
-    for (int32_t c = 0; c < w; ++c) packed[size_t(r) * w + c] = y[int64_t{r} * f.yRowStride + c];
-  const uint8_t *pair[2] = {buffers.at(f.plane[vFirst ? kV : kU]),
-                            buffers.at(f.plane[vFirst ? kU : kV])};
+    for (int32_t c = 0; c < w; ++c)
+      at.push_back(this->at(f.plane[kY]) + int64_t{r} * f.yRowStride + c);
+  uint8_t *pair[2] = {this->at(f.plane[vFirst ? kV : kU]), this->at(f.plane[vFirst ? kU : kV])};
   for (int32_t r = 0; r < h / 2; ++r)
     for (int32_t c = 0; c < w; ++c)
-      packed[size_t(w) * h + size_t(r) * w + c] =
-          pair[c % 2][int64_t{r} * f.uvRowStride + c / 2 * f.uvPixelStride];
+      at.push_back(pair[c % 2] + int64_t{r} * f.uvRowStride + c / 2 * f.uvPixelStride);
+  return at;
+}
+
+FUZZ_PIXEL_LOOP std::vector<uint8_t> gather(const FrameLayout &f, FrameBuffers &buffers,
+                                            bool vFirst) {
+  std::vector<uint8_t> packed;
+  for (const uint8_t *sample : buffers.samples(f, vFirst)) packed.push_back(*sample);
   return packed;
 }
 
 FUZZ_PIXEL_LOOP void scatter(const std::vector<uint8_t> &packed, bool vFirst, const FrameLayout &f,
                              FrameBuffers &buffers) {
-  const int32_t w = f.width, h = f.height;
-  uint8_t *y = buffers.at(f.plane[kY]);
-  for (int32_t r = 0; r < h; ++r)
-    for (int32_t c = 0; c < w; ++c) y[int64_t{r} * f.yRowStride + c] = packed[size_t(r) * w + c];
-  uint8_t *pair[2] = {buffers.at(f.plane[vFirst ? kV : kU]), buffers.at(f.plane[vFirst ? kU : kV])};
-  for (int32_t r = 0; r < h / 2; ++r)
-    for (int32_t c = 0; c < w; ++c)
-      pair[c % 2][int64_t{r} * f.uvRowStride + c / 2 * f.uvPixelStride] =
-          packed[size_t(w) * h + size_t(r) * w + c];
+  size_t i = 0;
+  for (uint8_t *sample : buffers.samples(f, vFirst)) *sample = packed[i++];
 }
 
 }  // namespace fuzz

@@ -63,19 +63,18 @@ class FrameBuffers {
   uint8_t *at(const PlaneAt &p) {
     return p.buffer < 0 ? nullptr : bytes[p.buffer].plane() + p.offset;
   }
-  const uint8_t *at(const PlaneAt &p) const {
-    return p.buffer < 0 ? nullptr : bytes[p.buffer].plane() + p.offset;
-  }
+  // Where each sample of a frame is, in the order of the packed frame
+  // (stride = width, the chroma pairs right behind the luma, V or U first).
+  std::vector<uint8_t *> samples(const FrameLayout &f, bool vFirst);
   bool operator==(const FrameBuffers &other) const { return bytes == other.bytes; }
 
  private:
   std::vector<ExactBuffer> bytes;
 };
 
-// A frame's samples as a packed frame (stride = width, the chroma pairs right
-// behind the luma, V or U first), and a packed frame into a frame's samples,
-// each U and V sample into its own plane.
-std::vector<uint8_t> gather(const FrameLayout &f, const FrameBuffers &buffers, bool vFirst);
+// A frame's samples as a packed frame, and a packed frame into a frame's
+// samples (each U and V sample into its own plane).
+std::vector<uint8_t> gather(const FrameLayout &f, FrameBuffers &buffers, bool vFirst);
 void scatter(const std::vector<uint8_t> &packed, bool vFirst, const FrameLayout &f,
              FrameBuffers &buffers);
 

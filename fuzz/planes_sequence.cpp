@@ -118,7 +118,7 @@ class Sequence {
     if (call_ == PlanesCall::kInPlace) output = input;
     checkPlaneBytes(input);
 
-    const FrameBuffers before = buffers;
+    FrameBuffers before = buffers;
     VideoHdrPlanesResult result;
     const bool withResult = in_.ConsumeIntegralInRange<int>(0, 15) != 0;
     const int32_t status = process(buffers, input, output, z, withResult ? &result : nullptr);

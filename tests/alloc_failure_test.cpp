@@ -97,54 +97,59 @@ std::vector<Frame> scenes() {
 
 void discard(int, const char *, const char *) {}
 
+// Runs `scenario` with the n-th allocation failing, for n = 1, 2, ... while
+// there is an n-th, first that one only, then it and every later one; the
+// scenario answers whether the failure showed, which it must unless a
+// zero-byte block was refused. The library keeps no state across handles, so
+// `worksAgain` is checked after every run.
+template <typename Scenario, typename Check>
+void failEach(Scenario scenario, Check worksAgain) {
+  for (const bool failRest : {false, true}) {
+    for (long n = 1;; ++n) {
+      SCOPED_TRACE(testing::Message() << "allocation " << n << (failRest ? " and on" : " only"));
+      g = {true, 0, n, failRest};
+      const bool showed = scenario();
+      g.armed = false;
+      if (g.refused == 0) break;
+      EXPECT_EQ(g.live, 0) << "blocks left allocated";
+      EXPECT_EQ(showed, g.firstRefusedBytes > 0) << "a failure not noticed";
+      worksAgain();
+    }
+  }
+}
+
+// The frames after the handle calls, or after a new plane state given them
+// from `first` on (the earlier ones unchanged), without failures.
+std::vector<Frame> handleOutputs() {
+  std::vector<Frame> frames = scenes();
+  VideoHdrHandle *handle = createVideoHdrHandle();
+  for (Frame &f : frames)
+    Video_HDR_Process(handle, f.data(), 0, 0, kWidth, kHeight, kWidth, kHeight);
+  destroyVideoHdrHandle(handle);
+  return frames;
+}
+std::vector<int32_t> processPlanes(VideoHdrPlanes *state, std::vector<Frame> &frames, int first) {
+  std::vector<int32_t> statuses;
+  for (int n = first; n < kFrames; ++n) {
+    uint8_t *y = frames[n].data(), *uv = y + kWidth * kHeight;
+    statuses.push_back(
+        videohdr_planes_process(state, y, kWidth, uv, uv + 1, kWidth, 2, kWidth, kHeight, nullptr));
+  }
+  return statuses;
+}
+std::vector<Frame> planesOutputs(int first) {
+  std::vector<Frame> frames = scenes();
+  VideoHdrPlanes *state = nullptr;
+  videohdr_planes_create(kWidth, kHeight, &state);
+  processPlanes(state, frames, first);
+  videohdr_planes_destroy(state);
+  return frames;
+}
+
 class AllocationFailure : public ::testing::Test {
  protected:
   void SetUp() override { videohdr::setLogSink(discard); }
   void TearDown() override { videohdr::setLogSink(nullptr); }
-
-  static void arm(long failAt, bool failRest) {
-    g = {};
-    g.failAt = failAt;
-    g.failRest = failRest;
-    g.armed = true;
-  }
-  // Ends the injection; false when n was past the last allocation.
-  static bool disarm() {
-    g.armed = false;
-    EXPECT_EQ(g.live, 0) << "blocks left allocated";
-    return g.refused > 0;
-  }
-  // Whether the failure should show: anything but a zero-byte block.
-  static bool mustShow() { return g.firstRefusedBytes > 0; }
-
-  // What the handle calls give in a healthy run, and the outputs of a new
-  // plane state given the frames from `first` on.
-  static std::vector<Frame> handleOutputs() {
-    std::vector<Frame> frames = scenes();
-    VideoHdrHandle *handle = createVideoHdrHandle();
-    for (Frame &f : frames)
-      Video_HDR_Process(handle, f.data(), 0, 0, kWidth, kHeight, kWidth, kHeight);
-    destroyVideoHdrHandle(handle);
-    return frames;
-  }
-  static std::vector<int32_t> processPlanes(VideoHdrPlanes *state, std::vector<Frame> &frames,
-                                            int first) {
-    std::vector<int32_t> statuses;
-    for (int n = first; n < kFrames; ++n) {
-      uint8_t *y = frames[n].data(), *uv = y + kWidth * kHeight;
-      statuses.push_back(videohdr_planes_process(state, y, kWidth, uv, uv + 1, kWidth, 2, kWidth,
-                                                 kHeight, nullptr));
-    }
-    return statuses;
-  }
-  static std::vector<Frame> planesOutputs(int first) {
-    std::vector<Frame> frames = scenes();
-    VideoHdrPlanes *state = nullptr;
-    EXPECT_EQ(videohdr_planes_create(kWidth, kHeight, &state), VIDEOHDR_PLANES_OK);
-    processPlanes(state, frames, first);
-    videohdr_planes_destroy(state);
-    return frames;
-  }
 };
 
 // Create answers null; a first frame that could not make a context primes
@@ -154,36 +159,27 @@ class AllocationFailure : public ::testing::Test {
 TEST_F(AllocationFailure, HandleCalls) {
   const std::vector<Frame> healthy = handleOutputs();
   bool seen[4] = {};  // create, alignment records, workspace, fusion context failed
-  for (const bool failRest : {false, true}) {
-    for (long n = 1;; ++n) {
-      SCOPED_TRACE(testing::Message() << "allocation " << n << (failRest ? " and on" : " only"));
-      std::vector<Frame> frames = scenes();
-      int32_t answers[kFrames] = {};
-      arm(n, failRest);
-      VideoHdrHandle *handle = createVideoHdrHandle();
-      bool missing[4] = {!handle};
-      if (handle) {
-        for (int f = 0; f < kFrames; ++f)
-          answers[f] =
-              Video_HDR_Process(handle, frames[f].data(), 0, 0, kWidth, kHeight, kWidth, kHeight);
-        missing[1] = !handle->alignContext;
-        missing[2] = !missing[1] && !handle->alignContext->workBuf;
-        missing[3] = !handle->fusionContext;
-        EXPECT_EQ(destroyVideoHdrHandle(handle), 1);
-      }
-      if (!disarm()) break;
-      EXPECT_EQ(missing[0] || missing[1] || missing[2] || missing[3], mustShow());
-      for (int k = 0; k < 4; ++k) seen[k] |= missing[k];
-      if (!handle) continue;
-      EXPECT_EQ(answers[0], 1);
-      EXPECT_EQ(frames[0], scenes()[0]);
-      for (int f = 1; f < kFrames; ++f) {
-        EXPECT_EQ(answers[f], missing[1] && missing[3] ? 0 : 1) << "frame " << f;
-        EXPECT_EQ(frames[f], missing[3] ? scenes()[f] : healthy[f]) << "frame " << f;
-      }
-      EXPECT_EQ(handleOutputs(), healthy) << "a new handle";
+  const auto scenario = [&] {
+    std::vector<Frame> frames = scenes();
+    VideoHdrHandle *handle = createVideoHdrHandle();
+    if (!handle) return seen[0] = true;
+    int32_t answers[kFrames];
+    for (int f = 0; f < kFrames; ++f)
+      answers[f] =
+          Video_HDR_Process(handle, frames[f].data(), 0, 0, kWidth, kHeight, kWidth, kHeight);
+    const bool noAlignment = !handle->alignContext, noFusion = !handle->fusionContext;
+    const bool noWorkspace = !noAlignment && !handle->alignContext->workBuf;
+    EXPECT_EQ(destroyVideoHdrHandle(handle), 1);
+    EXPECT_EQ(answers[0], 1);
+    EXPECT_EQ(frames[0], scenes()[0]);
+    for (int f = 1; f < kFrames; ++f) {
+      EXPECT_EQ(answers[f], noAlignment && noFusion ? 0 : 1) << "frame " << f;
+      EXPECT_EQ(frames[f], noFusion ? scenes()[f] : healthy[f]) << "frame " << f;
     }
-  }
+    seen[1] |= noAlignment, seen[2] |= noWorkspace, seen[3] |= noFusion;
+    return noAlignment || noWorkspace || noFusion;
+  };
+  failEach(scenario, [&] { EXPECT_EQ(handleOutputs(), healthy) << "a new handle"; });
   for (int k = 0; k < 4; ++k) EXPECT_TRUE(seen[k]) << "failure kind " << k << " never reached";
 }
 
@@ -191,41 +187,34 @@ TEST_F(AllocationFailure, HandleCalls) {
 // could not make everything is REFUSED and unchanged, and the next frame is a
 // first frame again: primed, then fused as by a new state.
 TEST_F(AllocationFailure, PlaneEntry) {
+  std::vector<std::vector<Frame>> fused;  // by the frame that primed the state
+  for (int first = 0; first <= kFrames; ++first) fused.push_back(planesOutputs(first));
   bool createFailed = false, frameRefused = false;
-  for (const bool failRest : {false, true}) {
-    for (long n = 1;; ++n) {
-      SCOPED_TRACE(testing::Message() << "allocation " << n << (failRest ? " and on" : " only"));
-      std::vector<Frame> frames = scenes();
-      VideoHdrPlanes *const untouched = reinterpret_cast<VideoHdrPlanes *>(&frames);
-      VideoHdrPlanes *state = untouched;
-      std::vector<int32_t> statuses;
-      arm(n, failRest);
-      const int32_t created = videohdr_planes_create(kWidth, kHeight, &state);
-      if (created == VIDEOHDR_PLANES_OK) {
-        statuses = processPlanes(state, frames, 0);
-        videohdr_planes_destroy(state);
-      }
-      if (!disarm()) break;
-      int first = 0;  // the frame that primed the state
-      while (first < int(statuses.size()) && statuses[first] == VIDEOHDR_PLANES_REFUSED) ++first;
-      EXPECT_EQ(created != VIDEOHDR_PLANES_OK || first > 0, mustShow());
-      createFailed |= created != VIDEOHDR_PLANES_OK;
-      frameRefused |= first > 0;
-      if (created != VIDEOHDR_PLANES_OK) {
-        EXPECT_EQ(created, VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY);
-        EXPECT_EQ(state, untouched);
-        continue;
-      }
-      const std::vector<Frame> fused = planesOutputs(first);
-      for (int f = 0; f < kFrames; ++f) {
-        const int32_t expected = f < first    ? VIDEOHDR_PLANES_REFUSED
-                                 : f == first ? VIDEOHDR_PLANES_PRIMED
-                                              : VIDEOHDR_PLANES_PROCESSED;
-        EXPECT_EQ(statuses[f], expected) << "frame " << f;
-        EXPECT_EQ(frames[f], f <= first ? scenes()[f] : fused[f]) << "frame " << f;
-      }
+  const auto scenario = [&] {
+    std::vector<Frame> frames = scenes();
+    VideoHdrPlanes *const untouched = reinterpret_cast<VideoHdrPlanes *>(&frames);
+    VideoHdrPlanes *state = untouched;
+    const int32_t created = videohdr_planes_create(kWidth, kHeight, &state);
+    if (created != VIDEOHDR_PLANES_OK) {
+      EXPECT_EQ(created, VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY);
+      EXPECT_EQ(state, untouched);
+      return createFailed = true;
     }
-  }
+    const std::vector<int32_t> statuses = processPlanes(state, frames, 0);
+    videohdr_planes_destroy(state);
+    int first = 0;
+    while (first < kFrames && statuses[first] == VIDEOHDR_PLANES_REFUSED) ++first;
+    for (int f = 0; f < kFrames; ++f) {
+      EXPECT_EQ(statuses[f], f < first    ? VIDEOHDR_PLANES_REFUSED
+                             : f == first ? VIDEOHDR_PLANES_PRIMED
+                                          : VIDEOHDR_PLANES_PROCESSED)
+          << "frame " << f;
+      EXPECT_EQ(frames[f], fused[first][f]) << "frame " << f;
+    }
+    frameRefused |= first > 0;
+    return first > 0;
+  };
+  failEach(scenario, [&] { EXPECT_EQ(planesOutputs(0), fused[0]) << "a new state"; });
   EXPECT_TRUE(createFailed);
   EXPECT_TRUE(frameRefused);
 }
