@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "exact_buffer.h"
 #include "log_sink.h"
 #include "videohdr.h"
 
@@ -16,7 +17,7 @@ namespace {
 
 void quiet(int, const char *, const char *) {}
 
-std::vector<uint8_t> frameOf(FuzzedDataProvider &in, size_t bytes) {
+FUZZ_PIXEL_LOOP std::vector<uint8_t> frameOf(FuzzedDataProvider &in, size_t bytes) {
   std::vector<uint8_t> f(bytes);
   uint32_t state = in.ConsumeIntegral<uint32_t>();
   const uint8_t bias = in.ConsumeIntegral<uint8_t>();

@@ -213,6 +213,16 @@ static GstFlowReturn gst_video_hdr_fuse(GstVideoHdr *self, const GstVideoHdrPlan
   VideoHdrPlanesResult result;
   GstClockTime library_time;
   const gint32 status = gst_video_hdr_process_planes(self->planes, in, out, &result, &library_time);
+  /* Out of memory on the sequence's first frame: the frame goes on unfused
+   * (left as it was, or copied out) and the next one tries again, so the
+   * stream need not stop while memory is short. */
+  if (status == VIDEOHDR_PLANES_REFUSED) {
+    GST_ELEMENT_WARNING(self, RESOURCE, NO_SPACE_LEFT,
+                        ("Frame %" G_GUINT64_FORMAT " passed on unfused: %s", self->frame,
+                         videohdr_planes_status_text(status)),
+                        (NULL));
+    return GST_FLOW_OK;
+  }
   if (status != VIDEOHDR_PLANES_PROCESSED && status != VIDEOHDR_PLANES_PRIMED) {
     GST_ELEMENT_ERROR(self, STREAM, FAILED,
                       ("The library did not take frame %" G_GUINT64_FORMAT " of the sequence: %s",

@@ -132,13 +132,35 @@ void primeAgain(VideoHdrHandle *handle, const uint8_t *frame, int32_t width, int
   handle->frameCount = 1;
 }
 
-// The state's handle, made with its first frame (see VideoHdrPlanes::handle)
-// before anything is written; false when out of memory.
+// The state's handle, made with its first frame (see VideoHdrPlanes::handle);
+// false when out of memory.
 bool haveHandle(VideoHdrPlanes *s) { return s->handle || (s->handle = Video_HDR_Initial()); }
+
+// Whether the handle's first frame made every context: the library goes on
+// without one it could not allocate (fusing unaligned, or not at all) and
+// never tries again.
+bool contextsComplete(const VideoHdrHandle &handle) {
+  return handle.alignContext && handle.alignContext->workBuf && handle.fusionContext;
+}
+
+// Frees what a first frame made and makes the handle new again, so that the
+// next frame is a first frame and retries the allocations: a phone's memory
+// pressure passes, and the caller learns from the status in the meantime
+// rather than getting frames silently unfused.
+void forgetFirstFrame(VideoHdrHandle *handle) {
+  if (handle->alignContext) ReleaseAlignHandleParams(handle);
+  ReleaseFusionHandleParams(handle);
+  handle->fusionContext = nullptr;
+  handle->fusionAux = nullptr;
+  handle->frameCount = 0;
+}
 
 // Runs the library on a packed frame (stride = width, chroma `scanline` rows
 // after the luma) and reports what it did.
 int32_t runFrame(VideoHdrPlanes *s, uint8_t *frame, int32_t scanline, VideoHdrPlanesResult *r) {
+  // Without memory for the handle the frame is refused as when its contexts
+  // cannot be had: one answer for a first frame that found no memory.
+  if (!haveHandle(s)) return VIDEOHDR_PLANES_REFUSED;
   const int32_t count = s->handle->frameCount;
   if (s->restartPending && count != 0) {
     primeAgain(s->handle, frame, s->width, s->height, scanline);
@@ -148,6 +170,10 @@ int32_t runFrame(VideoHdrPlanes *s, uint8_t *frame, int32_t scanline, VideoHdrPl
   // The two caller values are stored by the handle and read by nothing.
   if (!Video_HDR_Process(s->handle, frame, 0, 1, s->width, s->height, s->width, scanline))
     return VIDEOHDR_PLANES_REFUSED;
+  if (count == 0 && !contextsComplete(*s->handle)) {
+    forgetFirstFrame(s->handle);
+    return VIDEOHDR_PLANES_REFUSED;
+  }
   s->scanline = scanline;
   s->restartPending = false;
   // The first frame only primes the handle and comes back unchanged.
@@ -167,7 +193,6 @@ ptrdiff_t chromaOffset(const VideoHdrPlanes &s, int32_t scanline) {
 int32_t processFrame(VideoHdrPlanes *s, const PlaneSet &p, VideoHdrPlanesResult *r) {
   const int32_t error = checkFrame(s, p);
   if (error != VIDEOHDR_PLANES_OK) return error;
-  if (!haveHandle(s)) return VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY;
   if (const int32_t rows = inPlaceScanline(*s, p)) {
     r->inPlace = 1;
     return runFrame(s, p.y, rows, r);
@@ -194,7 +219,6 @@ int32_t processFrameTo(VideoHdrPlanes *s, const SourcePlanes &in, const PlaneSet
                        VideoHdrPlanesResult *r) {
   const int32_t error = checkFramePair(s, in, out);
   if (error != VIDEOHDR_PLANES_OK) return error;
-  if (!haveHandle(s)) return VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY;
   // The fusion weighs a chroma pair's two bytes by position, so the input's
   // order is what it must see. An output of the library's layout that keeps
   // that order takes the packed input and is processed where it lies: one
@@ -292,7 +316,7 @@ const char *videohdr_planes_status_text(int32_t status) {
     case VIDEOHDR_PLANES_PRIMED:
       return "primed: the first frame, left unchanged";
     case VIDEOHDR_PLANES_REFUSED:
-      return "refused by the library (out of memory on its first frame)";
+      return "refused: out of memory on the state's first frame (the next frame tries again)";
     case VIDEOHDR_PLANES_ERR_NULL_STATE:
       return "the state is null (or videohdr_planes_create's out pointer)";
     case VIDEOHDR_PLANES_ERR_NULL_PLANE:

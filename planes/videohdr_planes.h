@@ -64,8 +64,11 @@ extern "C" {
 #define VIDEOHDR_PLANES_OK 0        /* create and videohdr_planes_plane_bytes succeeded */
 #define VIDEOHDR_PLANES_PROCESSED 1 /* the frame now holds the fused result */
 #define VIDEOHDR_PLANES_PRIMED 2    /* a state's first frame: taken, left unchanged */
-/* The library did not take the frame (its first frame could not allocate its
- * contexts; it logged why); the frame is unchanged. */
+/* What a state's first frame needs could not be allocated (the library's
+ * handle, or the contexts the library makes with its first frame):
+ * the frame is unchanged (copied, for videohdr_planes_process_to), what was
+ * allocated is freed, and the next frame is a first frame again and retries.
+ * (Transient memory pressure; while it lasts no frame is fused.) */
 #define VIDEOHDR_PLANES_REFUSED 3
 #define VIDEOHDR_PLANES_ERR_NULL_STATE -1 /* null state (or null out pointer) */
 #define VIDEOHDR_PLANES_ERR_NULL_PLANE -2 /* y, u or v is null */
@@ -77,7 +80,7 @@ extern "C" {
 /* Two planes share a byte (apart from u and v one byte apart at pixel stride
  * 2, which interleave): writing one would change the other. */
 #define VIDEOHDR_PLANES_ERR_OVERLAP -7
-/* create, or a state's first frame: the memory could not be had */
+/* videohdr_planes_create could not have the state's memory */
 #define VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY -8
 
 /* A handle (whose record and calls stay as videohdr.h describes them; made
@@ -125,8 +128,7 @@ VIDEOHDR_API int32_t videohdr_planes_create(int32_t width, int32_t height, Video
  *
  * Answers the status and, when `result` is not null, fills it. Errors, in the
  * order they are checked: ERR_NULL_STATE, ERR_SIZE_CHANGED, ERR_NULL_PLANE,
- * ERR_PIXEL_STRIDE, ERR_ROW_STRIDE, ERR_OVERLAP; then ERR_OUT_OF_MEMORY when a
- * state's first frame cannot have the library's handle.
+ * ERR_PIXEL_STRIDE, ERR_ROW_STRIDE, ERR_OVERLAP.
  */
 VIDEOHDR_API int32_t videohdr_planes_process(VideoHdrPlanes *planes, uint8_t *y, int32_t yRowStride,
                                              uint8_t *u, uint8_t *v, int32_t uvRowStride,
@@ -163,9 +165,7 @@ VIDEOHDR_API int32_t videohdr_planes_process(VideoHdrPlanes *planes, uint8_t *y,
  * Errors, in the order they are checked: ERR_NULL_STATE, ERR_SIZE_CHANGED,
  * then ERR_NULL_PLANE, ERR_PIXEL_STRIDE, ERR_ROW_STRIDE and ERR_OVERLAP (among
  * its own planes) for the input and then for the output, then ERR_OVERLAP
- * between them; then ERR_OUT_OF_MEMORY when a state's first frame cannot have
- * the library's handle. An error writes nothing and leaves the state as it
- * was.
+ * between them. An error writes nothing and leaves the state as it was.
  */
 VIDEOHDR_API int32_t videohdr_planes_process_to(
     VideoHdrPlanes *planes, const uint8_t *y, int32_t yRowStride, const uint8_t *u,

@@ -204,13 +204,17 @@ bool throwOverlap(JNIEnv *env, const Frame *frames, int count) {
 void answer(JNIEnv *env, int32_t status, const VideoHdrPlanesResult &r, const Frame *frames,
             int count, jintArray fields) {
   if (status == VIDEOHDR_PLANES_ERR_OVERLAP && throwOverlap(env, frames, count)) return;
-  if (status == VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY) {
-    return throwNew(env, "java/lang/OutOfMemoryError", "the first frame: out of memory");
+  // A first frame without memory is refused (the frame unchanged, or copied
+  // into the output) and the next one tries again: Java says so as the error
+  // it has for memory, which a caller can catch and go on from.
+  if (status == VIDEOHDR_PLANES_REFUSED) {
+    return throwNew(env, "java/lang/OutOfMemoryError",
+                    "the first frame: out of memory (not fused; the next frame tries again)");
   }
   // Errors the checks before the call already rule out, should one come.
   if (status < 0) return throwNew(env, kIllegalArgument, "%s", videohdr_planes_status_text(status));
   // FrameResult reads them in this order (its Status enum from 1: processed,
-  // primed, refused).
+  // primed).
   const jint values[] = {r.status,    r.foundDx,         r.foundDy, r.appliedDx,
                          r.appliedDy, r.currentBrighter, r.inPlace};
   env->SetIntArrayRegion(fields, 0, sizeof values / sizeof values[0], values);

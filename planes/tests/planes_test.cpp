@@ -499,20 +499,21 @@ TEST_F(PlanesTest, DestroyLogsNothing) {
 }
 
 // The handle's frame block is the first frame's first calloc: without it the
-// frame is refused with nothing written (in place, or into an output the
-// input would be packed into first), and the next one primes the state.
+// frame is refused, unchanged in place and copied into an output (here one
+// the input is packed into first), and the next frame primes the state.
 TEST_F(PlanesTest, FirstFrameWithoutMemory) {
   const Layout &l = kLayouts[7];  // NV21, so that kLayouts[0] takes the packed input
   State state = createState(l.width, l.height);
-  CameraFrame frame(l), output(kLayouts[0]);
+  CameraFrame frame(l), output(kLayouts[0]), copy(kLayouts[0]);
   frame.write(packedScene(l, 0));
-  const auto before = frame.buffers, outputBefore = output.buffers;
+  copy.write(packedScene(l, 0));
+  const auto before = frame.buffers;
   g_refuseNextCalloc = true;
-  EXPECT_EQ(process(state.get(), frame, nullptr), VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY);
+  EXPECT_EQ(process(state.get(), frame, nullptr), VIDEOHDR_PLANES_REFUSED);
   g_refuseNextCalloc = true;
-  EXPECT_EQ(processTo(state.get(), frame, output, nullptr), VIDEOHDR_PLANES_ERR_OUT_OF_MEMORY);
+  EXPECT_EQ(processTo(state.get(), frame, output, nullptr), VIDEOHDR_PLANES_REFUSED);
   EXPECT_TRUE(frame.buffers == before);
-  EXPECT_TRUE(output.buffers == outputBefore);
+  EXPECT_TRUE(output.buffers == copy.buffers);
   EXPECT_EQ(process(state.get(), frame, nullptr), VIDEOHDR_PLANES_PRIMED);
 }
 

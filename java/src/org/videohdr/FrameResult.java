@@ -6,12 +6,7 @@ public final class FrameResult {
     /** The frame now holds the fused result. */
     PROCESSED,
     /** The first frame: taken to prime the instance, left unchanged (or copied to the output). */
-    PRIMED,
-    /**
-     * The library did not take the frame (out of memory on its first frame); unchanged (or copied
-     * to the output).
-     */
-    REFUSED
+    PRIMED
   }
 
   // The native side fills an int[] in this order.

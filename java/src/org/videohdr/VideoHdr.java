@@ -76,10 +76,9 @@ public final class VideoHdr implements AutoCloseable {
    * @throws IllegalArgumentException for a buffer that is not direct or is read-only, strides the
    *     layout cannot have (a pixel stride other than 1 or 2, a row stride below the row), a
    *     capacity below what the strides and size span, or overlapping planes
-   * @throws OutOfMemoryError when the first frame cannot have the native handle; the instance
-   *     stays as it was, and a later frame tries again. (When the library's own buffers fail on
-   *     that frame, it goes on without them, with no exception: later frames are fused without
-   *     alignment, or passed through unfused.)
+   * @throws OutOfMemoryError when the first frame cannot have its native memory: the frame is
+   *     left unchanged (by the recording call: copied into the output), nothing stays allocated,
+   *     and the next frame is a first frame again and tries again
    */
   public FrameResult process(
       ByteBuffer y,
