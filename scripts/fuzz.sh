@@ -21,12 +21,6 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 packages=(clang-14 libclang-rt-14-dev cmake ninja-build libsimde-dev)
-# Targets named fuzz_tool_<name>.cpp fuzz the tool's readers: the tool is built then.
-tool=OFF
-if compgen -G "fuzz/fuzz_tool_*.cpp" >/dev/null; then
-  tool=ON
-  packages+=(libjpeg-dev libpng-dev libyuv-dev libcli11-dev)
-fi
 source scripts/ensure_packages.sh
 ensure_packages "${packages[@]}"
 
@@ -53,7 +47,7 @@ esac
 cmake -S . -B build/fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DCMAKE_C_COMPILER=clang-14 -DCMAKE_CXX_COMPILER=clang++-14 \
   -DVIDEOHDR_SANITIZE=ON -DVIDEOHDR_FUZZ=ON -DVIDEOHDR_BUILD_TESTS=OFF \
-  -DVIDEOHDR_BUILD_TOOLS="$tool" -DVIDEOHDR_BUILD_JAVA=OFF -DVIDEOHDR_BUILD_GST=OFF >/dev/null
+  -DVIDEOHDR_BUILD_TOOLS=OFF -DVIDEOHDR_BUILD_JAVA=OFF -DVIDEOHDR_BUILD_GST=OFF >/dev/null
 cmake --build build/fuzz -j "$(nproc)"
 
 export ASAN_OPTIONS=detect_leaks=1:allocator_may_return_null=1
