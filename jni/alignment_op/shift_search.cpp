@@ -92,7 +92,10 @@ bool fusableLevel(const AlignContext *ctx, int32_t level, int32_t u) {
 }
 
 CandidateTriple tripleFor(const AlignContext *ctx, int32_t level, int32_t dy, int32_t u) {
-  CandidateTriple c;
+  // Zeroed: the fused passes pick their body from the first triple's shift
+  // even when that triple is empty, and shift 0 selects the body that reads
+  // each plan's own shift, right for any step.
+  CandidateTriple c{};
   c.empty = !makePlan(ctx, level, dy, 0, &c.zero);
   if (!c.empty) {
     makePlan(ctx, level, dy, -u, &c.negative);
