@@ -8,7 +8,7 @@
 # evenly between the targets (CI: 200). The first crash, leak or sanitizer report fails.
 #
 # Campaign: --campaign HOURS fuzzes each target for HOURS (0.17 is ten minutes), one
-# target after another on one core, going on past crashes, then merges its corpus into
+# target per core at a time (JOBS, default every core), going on past crashes, then merges its corpus into
 # a minimal one. It ends with a summary (executions, executions a second, coverage
 # before and after, crashes with their reproducers), also kept in
 # build/fuzz/campaign/summary.txt, and fails if anything crashed. In the background:
@@ -121,13 +121,15 @@ run_campaign() {
   executions=$(grep -oE '^#[0-9]+:' "$out/fuzz.log" | tail -n 1 | tr -d '#:' || true)
   executions=${executions:-0}
   reproducers=$(find "$out" -name 'crash-*' -o -name 'leak-*' -o -name 'timeout-*' -o -name 'oom-*' | sort)
-  printf '%-14s %12s %8s %18s %18s %8s\n' "$t" "$executions" "$((executions / (elapsed > 0 ? elapsed : 1)))" \
-    "$before" "$after" "$(printf '%s' "$reproducers" | grep -c . || true)" >>build/fuzz/campaign/table.txt
+  local row
+  row=$(printf '%-14s %12s %8s %18s %18s %8s' "$t" "$executions" "$((executions / (elapsed > 0 ? elapsed : 1)))" \
+    "$before" "$after" "$(printf '%s' "$reproducers" | grep -c . || true)")
+  echo "$row" >>build/fuzz/campaign/table.txt
   if [ -n "$reproducers" ]; then
     printf '%s\n' "$reproducers" >>build/fuzz/campaign/reproducers.txt
     printf '%s\n' "$reproducers" | distinct_failures "$t" >>build/fuzz/campaign/failures.txt
   fi
-  tail -n 1 build/fuzz/campaign/table.txt
+  echo "$row"
 }
 
 if [ "$mode" != campaign ]; then
@@ -139,13 +141,20 @@ fi
 rm -rf build/fuzz/campaign
 for t in "${targets[@]}"; do mkdir -p "build/fuzz/campaign/$t"; done
 touch build/fuzz/campaign/reproducers.txt build/fuzz/campaign/failures.txt
+jobs=${JOBS:-$(nproc)}
 hours=$(awk -v s="$((seconds * ${#targets[@]}))" 'BEGIN { printf "%.1f", s / 3600 }')
-echo "campaign: ${#targets[@]} targets x ${seconds} s = ${hours} h on one core (logs: build/fuzz/campaign/)"
+echo "campaign: ${#targets[@]} targets x ${seconds} s = ${hours} core-hours, ${jobs} at a time (logs: build/fuzz/campaign/)"
 printf '%-14s %12s %8s %18s %18s %8s\n' target executions exec/s "cov before" "cov after" crashes \
   >build/fuzz/campaign/table.txt
-for t in "${targets[@]}"; do run_campaign "$t"; done
+# Each target is a single-threaded process with its own corpus and log; the
+# shared table and failure lists only get whole lines appended.
+for t in "${targets[@]}"; do
+  while (($(jobs -pr | wc -l) >= jobs)); do wait -n || true; done
+  run_campaign "$t" &
+done
+wait
 {
-  echo "=== campaign summary: ${seconds} s per target, one core; coverage as edges/features ==="
+  echo "=== campaign summary: ${seconds} s per target, one core each; coverage as edges/features ==="
   cat build/fuzz/campaign/table.txt
   if [ -s build/fuzz/campaign/failures.txt ]; then
     echo "failures (all reproducers in build/fuzz/campaign/reproducers.txt; run one with"
