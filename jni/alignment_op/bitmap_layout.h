@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "../any_row.h"
 #include "bit_rows.h"
 #include "bitmap_ops.h"
 
@@ -22,6 +23,35 @@ constexpr int32_t kWidestUnwrappedRow = 2056;
 
 // The bytes a row's 8-byte groups cover: up to 7 past its end.
 inline int32_t coveredBytes(int32_t w) { return (w + 7) & ~7; }
+
+// The lane total of each row, from the instance's row sums: `plainRow` adds
+// the covered bytes in any order, `wrappingRow` follows the 16-bit lanes.
+using RowSum = uint32_t (*)(const uint8_t *row, int32_t covered);
+
+template <RowSum plainRow, RowSum wrappingRow>
+uint32_t sumLumaRows(const uint8_t *image, int32_t w, int32_t h) {
+  const int32_t covered = coveredBytes(w);
+  const bool plain = w <= kWidestUnwrappedRow;
+  uint32_t total = 0;
+  for (int32_t y = 0; y < h; ++y) {
+    const uint8_t *row = image + static_cast<size_t>(y) * w;
+    total += plain ? plainRow(row, covered) : wrappingRow(row, covered);
+  }
+  return total;
+}
+
+// The copy with its sum: the instance's whole steps of `Step` bytes, then the
+// portable code for the rest.
+using CopyAndSumSteps = uint32_t (*)(uint8_t *dst, const uint8_t *src, size_t steps);
+
+template <size_t Step, CopyAndSumSteps steps>
+uint32_t copyLumaAndSumSteps(uint8_t *dst, const uint8_t *src, size_t n) {
+  uint32_t sum = 0;
+  blocksThenRest(
+      wholeBlocks<Step>(n), n, [&](size_t end) { sum = steps(dst, src, end / Step); },
+      [&](size_t at, size_t rest) { sum += copyLumaAndSumPortable(dst + at, src + at, rest); });
+  return sum;
+}
 
 // Packs `blocks` whole 32-pixel blocks of a row into consecutive words, pixel
 // k of a block in bit 31 - k.

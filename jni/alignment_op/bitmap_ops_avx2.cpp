@@ -11,7 +11,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "../any_row.h"
 #include "bitmap_layout.h"
 #include "lanes_x86.h"
 
@@ -113,22 +112,11 @@ VIDEOHDR_TARGET_AVX2 void packBlocks(const uint8_t *row, int32_t blocks, uint8_t
 }  // namespace
 
 uint32_t sumLumaAvx2(const uint8_t *image, int32_t w, int32_t h) {
-  const int32_t covered = coveredBytes(w);
-  const bool plain = w <= kWidestUnwrappedRow;
-  uint32_t total = 0;
-  for (int32_t y = 0; y < h; ++y) {
-    const uint8_t *row = image + static_cast<size_t>(y) * w;
-    total += plain ? plainRowSum(row, covered) : wrappingRowSum(row, covered);
-  }
-  return total;
+  return sumLumaRows<plainRowSum, wrappingRowSum>(image, w, h);
 }
 
 uint32_t copyLumaAndSumAvx2(uint8_t *dst, const uint8_t *src, size_t n) {
-  uint32_t sum = 0;
-  blocksThenRest(
-      wholeBlocks<64>(n), n, [&](size_t end) { sum = copyAndSumSteps(dst, src, end / 64); },
-      [&](size_t at, size_t rest) { sum += copyLumaAndSumPortable(dst + at, src + at, rest); });
-  return sum;
+  return copyLumaAndSumSteps<64, copyAndSumSteps>(dst, src, n);
 }
 
 void packThresholdBitsAvx2(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,

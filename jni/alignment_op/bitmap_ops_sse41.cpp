@@ -171,22 +171,11 @@ VIDEOHDR_TARGET_SSE41 int32_t moveBlocksRight(const uint32_t *src, uint32_t *dst
 }  // namespace
 
 uint32_t sumLumaSse41(const uint8_t *image, int32_t w, int32_t h) {
-  const int32_t covered = coveredBytes(w);
-  const bool plain = w <= kWidestUnwrappedRow;
-  uint32_t total = 0;
-  for (int32_t y = 0; y < h; ++y) {
-    const uint8_t *row = image + static_cast<size_t>(y) * w;
-    total += plain ? plainRowSum(row, covered) : wrappingRowSum(row, covered);
-  }
-  return total;
+  return sumLumaRows<plainRowSum, wrappingRowSum>(image, w, h);
 }
 
 uint32_t copyLumaAndSumSse41(uint8_t *dst, const uint8_t *src, size_t n) {
-  uint32_t sum = 0;
-  blocksThenRest(
-      wholeBlocks<64>(n), n, [&](size_t end) { sum = copyAndSumSteps(dst, src, end / 64); },
-      [&](size_t at, size_t rest) { sum += copyLumaAndSumPortable(dst + at, src + at, rest); });
-  return sum;
+  return copyLumaAndSumSteps<64, copyAndSumSteps>(dst, src, n);
 }
 
 void packThresholdBitsSse41(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,

@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <cstring>
 
-#include "../any_row.h"
 #include "../kernels.h"
 #include "../simd.h"
 #include "../videohdr.h"
@@ -204,12 +203,7 @@ uint32_t sumLumaNeon(const uint8_t *image, int32_t w, int32_t h) {
 }
 
 uint32_t copyLumaAndSumNeon(uint8_t *dst, const uint8_t *src, size_t n) {
-  uint32_t sum = 0;
-  blocksThenRest(
-      wholeBlocks<kSumStep>(n), n,
-      [&](size_t end) { sum = copyAndSumStepsNeon(dst, src, end / kSumStep); },
-      [&](size_t at, size_t rest) { sum += copyLumaAndSumPortable(dst + at, src + at, rest); });
-  return sum;
+  return copyLumaAndSumSteps<kSumStep, copyAndSumStepsNeon>(dst, src, n);
 }
 
 void packThresholdBitsNeon(const uint8_t *image, int32_t w, int32_t h, uint8_t threshold,
