@@ -1,7 +1,8 @@
 # ndk-build settings for libvideohdr.so: 64-bit ARM first (what the app store
 # requires and current devices run), 32-bit ARMv7-A with NEON (the target the
-# library is written for, older devices), and x86_64 (emulators, Chromebooks;
-# the portable code, same results).
+# library is written for, older devices), and x86_64 (emulators, Chromebooks:
+# the SSE4.1 or AVX2 instance the processor runs, chosen at run time, same
+# results).
 APP_ABI := arm64-v8a armeabi-v7a x86_64
 APP_PLATFORM := android-21
 APP_STL := c++_static
