@@ -51,16 +51,16 @@ static int filter_priority(char c) {
 }
 
 /* The least priority shown for `tag` under logcat's filter expressions
- * `spec` ("tag:p" separated by spaces, tabs or commas), as liblog reads them:
+ * `filters` ("tag:p" separated by spaces, tabs or commas), as liblog reads them:
  * "*" sets the level of every tag without an expression of its own (debug
  * when no letter follows), a tag without a letter means verbose, tags compare
  * case-sensitively, the last expression for a tag wins, and the list ends at
- * an expression liblog rejects. Without a spec everything is shown. */
-static int least_priority(const char *spec, const char *tag) {
+ * an expression liblog rejects. Without filters everything is shown. */
+static int least_priority(const char *filters, const char *tag) {
   int every_tag = ANDROID_LOG_VERBOSE;
   int own_tag = ANDROID_LOG_UNKNOWN;
   const size_t tag_length = strlen(tag);
-  for (const char *p = spec ? spec : ""; *p;) {
+  for (const char *p = filters ? filters : ""; *p;) {
     const size_t length = strcspn(p, " \t,");
     size_t name_length = strcspn(p, ":");
     if (name_length > length) name_length = length; /* no colon: the tag alone */
