@@ -38,44 +38,33 @@ void combineUvPortable(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf,
 }
 
 #if VIDEOHDR_HAVE_NEON
+namespace {
+
+void splitBlocksNeon(const uint8_t *uv, uint8_t *u, uint8_t *v, int32_t end) {
+  for (int32_t k = 0; k < end; k += kPairBlock) {
+    const uint8x16x2_t split = vld2q_u8(uv + 2 * k);
+    vst1q_u8(u + k, split.val[0]);
+    vst1q_u8(v + k, split.val[1]);
+  }
+}
+
+void joinBlocksNeon(const uint8_t *u, const uint8_t *v, uint8_t *uv, int32_t end) {
+  for (int32_t k = 0; k < end; k += kPairBlock) {
+    const uint8x16x2_t joined = {{vld1q_u8(u + k), vld1q_u8(v + k)}};
+    vst2q_u8(uv + 2 * k, joined);
+  }
+}
+
+}  // namespace
+
 void extractUvNeon(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
                    int32_t height, int32_t stride) {
-  const int32_t pairs = width >> 1;
-  if (height < 1 || pairs < 1) return;
-  for (int32_t y = 0; y < height; ++y) {
-    const uint8_t *uv = planeRow(uvBuf, y, stride);
-    uint8_t *u = planeRow(uBuf, y, stride >> 1);
-    uint8_t *v = planeRow(vBuf, y, stride >> 1);
-    blocksThenRest(
-        wholeBlocks<kPairBlock>(pairs), pairs,
-        [=](int32_t end) {
-          for (int32_t k = 0; k < end; k += kPairBlock) {
-            const uint8x16x2_t split = vld2q_u8(uv + 2 * k);
-            vst1q_u8(u + k, split.val[0]);
-            vst1q_u8(v + k, split.val[1]);
-          }
-        },
-        [=](int32_t at, int32_t rest) { splitPairs(uv + 2 * at, u + at, v + at, rest); });
-  }
+  splitRows<kPairBlock, splitBlocksNeon>(uvBuf, uBuf, vBuf, width, height, stride);
 }
 
 void combineUvNeon(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
                    int32_t height) {
-  if (height < 1 || width < 1) return;
-  for (int32_t y = 0; y < height; ++y) {
-    const uint8_t *u = planeRow(uBuf, y, width);
-    const uint8_t *v = planeRow(vBuf, y, width);
-    uint8_t *uv = planeRow(uvBuf, y, 2 * width);
-    blocksThenRest(
-        wholeBlocks<kPairBlock>(width), width,
-        [=](int32_t end) {
-          for (int32_t k = 0; k < end; k += kPairBlock) {
-            const uint8x16x2_t joined = {{vld1q_u8(u + k), vld1q_u8(v + k)}};
-            vst2q_u8(uv + 2 * k, joined);
-          }
-        },
-        [=](int32_t at, int32_t rest) { joinPairs(u + at, v + at, uv + 2 * at, rest); });
-  }
+  joinRows<kPairBlock, joinBlocksNeon>(uBuf, vBuf, uvBuf, width, height);
 }
 #endif  // VIDEOHDR_HAVE_NEON
 

@@ -94,18 +94,7 @@ void filterColumns7Sse41(const uint8_t *src, uint8_t *dst, int32_t width, int32_
 
 void downScale2xSse41(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                       int32_t stride) {
-  const int32_t h = height >> 1;
-  const int32_t w = width >> 1;
-  if (h < 1 || w < 1) return;
-  for (int32_t r = 0; r < h; ++r) {
-    const uint8_t *s = planeRow(src, 2 * r, stride);
-    uint8_t *d = planeRow(dst, r, w);
-    // Every output byte is its own even source byte, so the steps need not
-    // be the halving's 8-byte blocks.
-    blocksThenRest(
-        wholeBlocks<16>(w), w, [=](int32_t end) { halveBlocks(s, d, end); },
-        [=](int32_t at, int32_t rest) { halveRowPortable(s + 2 * at, d + at, rest); });
-  }
+  halveRows<16, halveBlocks>(src, dst, width, height, stride);
 }
 
 // The odd row is the even row copied whole (2 * stride bytes): the vector
@@ -128,29 +117,12 @@ void upscale2xReplicateSse41(const uint8_t *src, uint8_t *dst, int32_t width, in
 
 void extractUvSse41(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width,
                     int32_t height, int32_t stride) {
-  const int32_t pairs = width >> 1;
-  if (height < 1 || pairs < 1) return;
-  for (int32_t y = 0; y < height; ++y) {
-    const uint8_t *uv = planeRow(uvBuf, y, stride);
-    uint8_t *u = planeRow(uBuf, y, stride >> 1);
-    uint8_t *v = planeRow(vBuf, y, stride >> 1);
-    blocksThenRest(
-        wholeBlocks<16>(pairs), pairs, [=](int32_t end) { splitBlocks(uv, u, v, end); },
-        [=](int32_t at, int32_t rest) { splitPairs(uv + 2 * at, u + at, v + at, rest); });
-  }
+  splitRows<16, splitBlocks>(uvBuf, uBuf, vBuf, width, height, stride);
 }
 
 void combineUvSse41(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
                     int32_t height) {
-  if (height < 1 || width < 1) return;
-  for (int32_t y = 0; y < height; ++y) {
-    const uint8_t *u = planeRow(uBuf, y, width);
-    const uint8_t *v = planeRow(vBuf, y, width);
-    uint8_t *uv = planeRow(uvBuf, y, 2 * width);
-    blocksThenRest(
-        wholeBlocks<16>(width), width, [=](int32_t end) { joinBlocks(u, v, uv, end); },
-        [=](int32_t at, int32_t rest) { joinPairs(u + at, v + at, uv + 2 * at, rest); });
-  }
+  joinRows<16, joinBlocks>(uBuf, vBuf, uvBuf, width, height);
 }
 
 }  // namespace videohdr

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 
+#include "../any_row.h"
 #include "plane_ops.h"
 
 namespace videohdr {
@@ -102,6 +103,57 @@ inline void joinPairs(const uint8_t *u, const uint8_t *v, uint8_t *uv, int32_t p
   for (int32_t k = 0; k < pairs; ++k) {
     uv[2 * k] = u[k];
     uv[2 * k + 1] = v[k];
+  }
+}
+
+// The row drivers of the halving and of the chroma split and join: each row
+// in the instance's whole blocks of `Block` outputs (bytes or pairs), the
+// rest by the portable row. Every output is its own source byte or pair, so
+// the blocks need no other rule.
+using HalveBlocks = void (*)(const uint8_t *s, uint8_t *d, int32_t end);
+using SplitBlocks = void (*)(const uint8_t *uv, uint8_t *u, uint8_t *v, int32_t end);
+using JoinBlocks = void (*)(const uint8_t *u, const uint8_t *v, uint8_t *uv, int32_t end);
+
+template <int32_t Block, HalveBlocks blocks>
+void halveRows(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height, int32_t stride) {
+  const int32_t h = height >> 1;
+  const int32_t w = width >> 1;
+  if (h < 1 || w < 1) return;
+  for (int32_t r = 0; r < h; ++r) {
+    const uint8_t *s = planeRow(src, 2 * r, stride);
+    uint8_t *d = planeRow(dst, r, w);
+    blocksThenRest(
+        wholeBlocks<Block>(w), w, [=](int32_t end) { blocks(s, d, end); },
+        [=](int32_t at, int32_t rest) { halveRowPortable(s + 2 * at, d + at, rest); });
+  }
+}
+
+template <int32_t Block, SplitBlocks blocks>
+void splitRows(const uint8_t *uvBuf, uint8_t *uBuf, uint8_t *vBuf, int32_t width, int32_t height,
+               int32_t stride) {
+  const int32_t pairs = width >> 1;
+  if (height < 1 || pairs < 1) return;
+  for (int32_t y = 0; y < height; ++y) {
+    const uint8_t *uv = planeRow(uvBuf, y, stride);
+    uint8_t *u = planeRow(uBuf, y, stride >> 1);
+    uint8_t *v = planeRow(vBuf, y, stride >> 1);
+    blocksThenRest(
+        wholeBlocks<Block>(pairs), pairs, [=](int32_t end) { blocks(uv, u, v, end); },
+        [=](int32_t at, int32_t rest) { splitPairs(uv + 2 * at, u + at, v + at, rest); });
+  }
+}
+
+template <int32_t Block, JoinBlocks blocks>
+void joinRows(const uint8_t *uBuf, const uint8_t *vBuf, uint8_t *uvBuf, int32_t width,
+              int32_t height) {
+  if (height < 1 || width < 1) return;
+  for (int32_t y = 0; y < height; ++y) {
+    const uint8_t *u = planeRow(uBuf, y, width);
+    const uint8_t *v = planeRow(vBuf, y, width);
+    uint8_t *uv = planeRow(uvBuf, y, 2 * width);
+    blocksThenRest(
+        wholeBlocks<Block>(width), width, [=](int32_t end) { blocks(u, v, uv, end); },
+        [=](int32_t at, int32_t rest) { joinPairs(u + at, v + at, uv + 2 * at, rest); });
   }
 }
 

@@ -42,25 +42,18 @@ void upscale2xReplicatePortable(const uint8_t *src, uint8_t *dst, int32_t width,
 }
 
 #if VIDEOHDR_HAVE_NEON
+namespace {
+
+// A de-interleaving load gives 16 even bytes at once.
+void halveBlocksNeon(const uint8_t *s, uint8_t *d, int32_t end) {
+  for (int32_t c = 0; c < end; c += kHalvingStep) vst1q_u8(d + c, vld2q_u8(s + 2 * c).val[0]);
+}
+
+}  // namespace
+
 void downScale2xNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
                      int32_t stride) {
-  const int32_t h = height >> 1;
-  const int32_t w = width >> 1;
-  if (h < 1 || w < 1) return;
-  for (int32_t r = 0; r < h; ++r) {
-    const uint8_t *s = planeRow(src, 2 * r, stride);
-    uint8_t *d = planeRow(dst, r, w);
-    // Every output byte is its own even source byte, so the steps need not
-    // be the halving's 8-byte blocks: a de-interleaving load gives 16 of them
-    // at once.
-    blocksThenRest(
-        wholeBlocks<kHalvingStep>(w), w,
-        [=](int32_t end) {
-          for (int32_t c = 0; c < end; c += kHalvingStep)
-            vst1q_u8(d + c, vld2q_u8(s + 2 * c).val[0]);
-        },
-        [=](int32_t at, int32_t rest) { halveRowPortable(s + 2 * at, d + at, rest); });
-  }
+  halveRows<kHalvingStep, halveBlocksNeon>(src, dst, width, height, stride);
 }
 
 void upscale2xReplicateNeon(const uint8_t *src, uint8_t *dst, int32_t width, int32_t height,
